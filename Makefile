@@ -1,0 +1,24 @@
+# The one entry point: every target installs what is missing (Debian
+# packages), configures and builds through dev.sh.
+.PHONY: all build test demo bench sanitize fuzz fuzz-smoke deps clean
+
+all: build
+
+deps:
+	./dev.sh deps
+build:
+	./dev.sh build
+test:
+	./dev.sh test
+demo:
+	./dev.sh demo
+bench:
+	./dev.sh bench
+sanitize:
+	./dev.sh sanitize
+# FUZZ_SECONDS per target; CI runs the 60-second smoke.
+FUZZ_SECONDS ?= 60
+fuzz:
+	./dev.sh fuzz $(FUZZ_SECONDS)
+clean:
+	rm -rf build build-asan build-fuzz

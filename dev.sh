@@ -1,0 +1,111 @@
+#!/usr/bin/env bash
+# One entry point for a developer machine and CI: installs what is missing,
+# configures, builds, and runs the demo, the tests, the benchmarks, the
+# sanitizer suite or the fuzzers. The Makefile targets call this script.
+set -euo pipefail
+cd "$(dirname "$0")"
+ROOT=$PWD
+JOBS=${JOBS:-2}
+
+# Debian packages the project needs to build, test, benchmark and fuzz.
+PACKAGES=(build-essential cmake ccache pkg-config python3
+          qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite
+          libqt5serialport5-dev libqt5svg5-dev
+          clang-14 libclang-rt-14-dev)
+
+install_missing() {
+    local missing=()
+    for p in "${PACKAGES[@]}"; do
+        dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    echo "Installing missing packages: ${missing[*]}"
+    local sudo=""
+    [ "$(id -u)" -ne 0 ] && sudo="sudo"
+    $sudo env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+    $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+launcher_args() {
+    command -v ccache >/dev/null && echo "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache" || true
+}
+
+# configure DIR [extra cmake args...]
+configure() {
+    local dir=$1; shift
+    if [ ! -f "$dir/CMakeCache.txt" ]; then
+        # shellcheck disable=SC2046
+        cmake -S "$ROOT" -B "$dir" $(launcher_args) "$@"
+    fi
+}
+
+build_dir() {   # build_dir DIR [extra cmake args...]
+    local dir=$1; shift
+    configure "$dir" "$@"
+    cmake --build "$dir" -j "$JOBS"
+}
+
+run_ctest() {   # run_ctest DIR [ctest args...]
+    local dir=$1; shift
+    ctest --test-dir "$dir" --output-on-failure -j "$JOBS" --timeout 600 "$@"
+}
+
+cmd=${1:-test}; shift || true
+case "$cmd" in
+    deps)
+        install_missing ;;
+    build)
+        install_missing
+        build_dir build -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
+    test)
+        install_missing
+        build_dir build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+        run_ctest build "$@" ;;
+    sanitize)
+        install_missing
+        build_dir build-asan -DCMAKE_BUILD_TYPE=Debug -DDCP_SANITIZE=ON
+        ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1 \
+        LSAN_OPTIONS=suppressions=$ROOT/tests/lsan.supp:print_suppressions=0 \
+        UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+            run_ctest build-asan "$@" ;;
+    bench)
+        install_missing
+        build_dir build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+        for b in "$ROOT"/build/bench/*; do
+            [ -x "$b" ] && [ -f "$b" ] || continue
+            echo "== $(basename "$b")"
+            "$b"
+        done ;;
+    fuzz)
+        # fuzz [SECONDS]: each fuzz target runs for SECONDS (default 60).
+        install_missing
+        secs=${1:-60}
+        build_dir build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDCP_FUZZ=ON \
+            -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14
+        found=0
+        for f in "$ROOT"/build-fuzz/fuzz/fuzz_*; do
+            [ -x "$f" ] && [ -f "$f" ] || continue
+            found=1
+            name=$(basename "$f")
+            corpus="$ROOT/build-fuzz/corpus/$name"
+            mkdir -p "$corpus"
+            seeds="$ROOT/fuzz/seeds/${name#fuzz_}"
+            [ -d "$seeds" ] || seeds=""
+            echo "== $name for ${secs}s"
+            QT_QPA_PLATFORM=offscreen "$f" -max_total_time="$secs" -rss_limit_mb=2048 \
+                -timeout=10 -print_final_stats=1 "$corpus" $seeds 2>&1 | tail -n 25
+            test "${PIPESTATUS[0]}" -eq 0
+        done
+        [ $found -eq 1 ] || echo "no fuzz targets built yet" ;;
+    demo)
+        install_missing
+        build_dir build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+        if [ ! -f tools/demo.sh ]; then
+            echo "The demo needs the host tool and the simulator, which are not built yet." >&2
+            exit 2
+        fi
+        exec bash tools/demo.sh "$@" ;;
+    *)
+        echo "usage: $0 {deps|build|test|sanitize|bench|fuzz [SECONDS]|demo}" >&2
+        exit 2 ;;
+esac
