@@ -1,6 +1,6 @@
 # The one entry point: every target installs what is missing (Debian
 # packages), configures and builds through dev.sh.
-.PHONY: all build test demo bench sanitize fuzz fuzz-smoke deps clean
+.PHONY: all build test demo bench sanitize tsan fuzz fuzz-smoke deps clean
 
 all: build
 
@@ -16,6 +16,8 @@ bench:
 	./dev.sh bench
 sanitize:
 	./dev.sh sanitize
+tsan:
+	./dev.sh tsan
 # FUZZ_SECONDS per target; CI runs the 60-second smoke.
 FUZZ_SECONDS ?= 60
 fuzz:

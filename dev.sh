@@ -68,6 +68,11 @@ case "$cmd" in
         LSAN_OPTIONS=suppressions=$ROOT/tests/lsan.supp:print_suppressions=0 \
         UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
             run_ctest build-asan "$@" ;;
+    tsan)
+        install_missing
+        build_dir build-tsan -DCMAKE_BUILD_TYPE=Debug -DDCP_TSAN=ON
+        TSAN_OPTIONS="suppressions=$ROOT/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1" \
+            run_ctest build-tsan "$@" ;;
     bench)
         install_missing
         build_dir build -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -106,6 +111,6 @@ case "$cmd" in
         fi
         exec bash tools/demo.sh "$@" ;;
     *)
-        echo "usage: $0 {deps|build|test|sanitize|bench|fuzz [SECONDS]|demo}" >&2
+        echo "usage: $0 {deps|build|test|sanitize|tsan|bench|fuzz [SECONDS]|demo}" >&2
         exit 2 ;;
 esac
