@@ -1,0 +1,83 @@
+#ifndef HOST_SERIALPORTDEVICE_H
+#define HOST_SERIALPORTDEVICE_H
+
+#include "driver/abstractdeviceinterface.h"
+#include "host/serial/serialsettings.h"
+
+#include <QByteArray>
+#include <QMutex>
+#include <QStringList>
+#include <QThread>
+
+#include <atomic>
+
+class QSerialPort;
+
+// The runtime's port object over QSerialPort, callable from any thread.
+//
+// QSerialPort belongs to the thread it lives in, yet the driver uses the
+// port from the runtime's communication thread and from its worker thread.
+// So the QSerialPort lives in a private I/O thread with its own event loop:
+// received bytes are collected there into a locked inbox that readBytes
+// drains without blocking, and every other operation runs in the I/O thread
+// through a blocking queued call.
+class SerialPortDevice : public AbstractDeviceInterface
+{
+public:
+    static constexpr int DefaultRetryCount = 3;
+    static constexpr int InboxLimit = 64 * 1024; // oldest bytes go first beyond this
+
+    explicit SerialPortDevice(const QString& portName, const SerialSettings& settings = {},
+                              int retryCount = DefaultRetryCount);
+    ~SerialPortDevice() override;
+    SerialPortDevice(const SerialPortDevice&) = delete;
+    SerialPortDevice& operator=(const SerialPortDevice&) = delete;
+
+    // Takes settings in the string form "RS485,9600,EVEN,8,1"; they apply at
+    // the next open. False (settings kept, errorString set) for a bad string.
+    bool setSettings(const QString& text);
+    SerialSettings settings() const;
+    void setRetryCount(int count) { retries = qMax(0, count); }
+    // Why the last open, write or settings change failed.
+    QString errorString() const;
+    // Settings the line refused at the last open that were let pass because
+    // the port is a pseudo-terminal (which has no parity and only 8 data bits).
+    QStringList warnings() const;
+
+    // Opens with the current settings. False with errorString set for a
+    // missing port, a busy port, or a setting a real line refuses.
+    bool open() override;
+    void close() override;
+    bool isOpen() const override { return opened; }
+    // Takes up to maxLength received bytes; never waits. Returns the count.
+    int readBytes(char* buffer, int maxLength) override;
+    QString portName() const override { return name; }
+    // Queues the bytes for sending; returns the count accepted, -1 when the
+    // port is closed or the write fails.
+    int writeBytes(const char* data, int length) override;
+    // OptionPrepareCommand (value 0) drops all input not read so far, both
+    // what the inbox holds and what waits in the driver. Other options are
+    // not supported: false.
+    bool setOption(int code, const QVariant& value) override;
+    int retryCount() override { return retries; }
+
+private:
+    template <typename F> void inIoThread(F&& function);
+    bool openInIoThread();
+    void setError(const QString& text);
+
+    const QString name;
+    QThread ioThread;
+    QObject* ioContext = nullptr; // lives in ioThread; parent of the port
+    QSerialPort* port = nullptr;
+    std::atomic<bool> opened{false};
+    std::atomic<int> retries;
+
+    mutable QMutex mutex; // guards everything below
+    QByteArray inbox;
+    SerialSettings lineSettings;
+    QString error;
+    QStringList refusedSettings;
+};
+
+#endif
