@@ -4,7 +4,8 @@
 
 Q_LOGGING_CATEGORY(lcSimEngine, "dcp.sim.engine", QtWarningMsg)
 
-namespace {
+namespace
+{
 
 constexpr char STX = 0x02;
 constexpr char ETX = 0x03;
@@ -113,8 +114,8 @@ ControllerEngine::Request ControllerEngine::Request::decode(const QByteArray& te
         ok = fields.size() == 1 && parseNumber(fields.at(0), &r.program);
         break;
     case CommandKind::RegisterRead:
-        ok = fields.size() == 2 && wordAddress(fields.at(0)) && parseNumber(fields.at(1), &r.count) &&
-             r.count > 0;
+        ok = fields.size() == 2 && wordAddress(fields.at(0)) &&
+             parseNumber(fields.at(1), &r.count) && r.count > 0;
         break;
     case CommandKind::RegisterWrite:
         ok = fields.size() >= 2 && wordAddress(fields.at(0));

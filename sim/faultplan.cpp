@@ -2,7 +2,8 @@
 
 #include <QStringList>
 
-namespace {
+namespace
+{
 
 struct KindName {
     FaultRule::Kind kind;
@@ -10,15 +11,15 @@ struct KindName {
 };
 
 constexpr KindName kindNames[] = {
-    {FaultRule::Kind::Drop, "drop"},         {FaultRule::Kind::Deaf, "deaf"},
-    {FaultRule::Kind::Garble, "garble"},     {FaultRule::Kind::Truncate, "truncate"},
-    {FaultRule::Kind::Late, "late"},         {FaultRule::Kind::Noise, "noise"},
-    {FaultRule::Kind::Length, "length"},     {FaultRule::Kind::Status, "status"},
+    {FaultRule::Kind::Drop, "drop"},     {FaultRule::Kind::Deaf, "deaf"},
+    {FaultRule::Kind::Garble, "garble"}, {FaultRule::Kind::Truncate, "truncate"},
+    {FaultRule::Kind::Late, "late"},     {FaultRule::Kind::Noise, "noise"},
+    {FaultRule::Kind::Length, "length"}, {FaultRule::Kind::Status, "status"},
 };
 
 constexpr CommandKind commandKinds[] = {
-    CommandKind::Any,       CommandKind::OpenRead,     CommandKind::OpenWrite,
-    CommandKind::FileRead,  CommandKind::FileWrite,    CommandKind::FileClose,
+    CommandKind::Any,          CommandKind::OpenRead,      CommandKind::OpenWrite,
+    CommandKind::FileRead,     CommandKind::FileWrite,     CommandKind::FileClose,
     CommandKind::RegisterRead, CommandKind::RegisterWrite,
 };
 

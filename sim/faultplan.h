@@ -43,8 +43,8 @@ struct FaultRule {
 
     Kind kind = Kind::Drop;
     CommandKind command = CommandKind::Any;
-    int segment = 0; // 0: any segment
-    int argument = 0; // N, MS or D as the kind reads it; -1 for truncate: half
+    int segment = 0;   // 0: any segment
+    int argument = 0;  // N, MS or D as the kind reads it; -1 for truncate: half
     QByteArray status; // for Kind::Status
     Trigger trigger = Trigger::At;
     int count = 1; // At: the N-th match; Every: every N-th match

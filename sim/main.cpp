@@ -10,7 +10,8 @@
 #include <csignal>
 #include <cstdio>
 
-namespace {
+namespace
+{
 
 // "a,b[,c]" of signed 32-bit numbers, exactly count of them.
 bool parseList(const QString& text, int count, QList<qint32>* values)

@@ -3,7 +3,8 @@
 #include <QFile>
 #include <QSaveFile>
 
-namespace {
+namespace
+{
 
 bool isHexDigit(char c)
 {
@@ -102,7 +103,8 @@ bool ProgramStore::fromText(const QByteArray& text, QString* error)
                             .arg(segment)
                             .arg(recordLength(segment)));
         if (parsed.hasSegment(program, segment))
-            return fail(QStringLiteral("program %1 segment %2 given twice").arg(program).arg(segment));
+            return fail(
+                QStringLiteral("program %1 segment %2 given twice").arg(program).arg(segment));
         parsed.setSegment(program, segment, fields.at(2));
     }
     *this = parsed;

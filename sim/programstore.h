@@ -14,7 +14,7 @@ class ProgramStore
 public:
     static constexpr int ProgramCount = 19;
     static constexpr int MaxSegments = 30;
-    static constexpr int LongRecordLength = 120;  // segment 1 carries the program-wide items
+    static constexpr int LongRecordLength = 120; // segment 1 carries the program-wide items
     static constexpr int ShortRecordLength = 92;
 
     static bool isValidProgram(int program) { return program >= 1 && program <= ProgramCount; }

@@ -16,7 +16,8 @@
 Q_LOGGING_CATEGORY(lcSim, "dcp.sim", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcSimWire, "dcp.sim.wire", QtWarningMsg)
 
-namespace {
+namespace
+{
 
 int stopPipe[2] = {-1, -1};
 
@@ -29,7 +30,8 @@ qint64 monotonicNs()
 
 QString errnoText(const char* what)
 {
-    return QStringLiteral("%1: %2").arg(QLatin1String(what), QString::fromLocal8Bit(strerror(errno)));
+    return QStringLiteral("%1: %2").arg(QLatin1String(what),
+                                        QString::fromLocal8Bit(strerror(errno)));
 }
 
 } // namespace

@@ -8,10 +8,10 @@
 #include <deque>
 
 struct FrontEndOptions {
-    QString linkPath;          // symlink to the device, removed on exit; empty: none
-    int baud = 9600;           // 0: no pacing
-    int turnaroundMs = 5;      // silence between a request's end and its reply
-    int openTimeoutMs = 0;     // close a file left open this long without traffic; 0: never
+    QString linkPath;      // symlink to the device, removed on exit; empty: none
+    int baud = 9600;       // 0: no pacing
+    int turnaroundMs = 5;  // silence between a request's end and its reply
+    int openTimeoutMs = 0; // close a file left open this long without traffic; 0: never
     bool exitOnStdinEof = false;
 };
 

@@ -6,7 +6,8 @@
 
 #include <array>
 
-namespace {
+namespace
+{
 
 constexpr int Unset = 0x7FFF;
 

@@ -11,21 +11,22 @@
 Q_LOGGING_CATEGORY(lcSerial, "dcp.host.serial", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcSerialWire, "dcp.host.serial.wire", QtWarningMsg)
 
-namespace {
+namespace
+{
 
 // UNIX98 pseudo-terminal slaves have majors 136..143. The kernel keeps a
 // pty at 8 data bits without parity and refuses other settings with EINVAL.
 bool isPseudoTerminal(const QString& path)
 {
-    struct stat st {};
+    struct stat st {
+    };
     if (stat(QFile::encodeName(path).constData(), &st) != 0 || !S_ISCHR(st.st_mode))
         return false;
     const unsigned int m = major(st.st_rdev);
     return m >= 136 && m <= 143;
 }
 
-QString openErrorText(const QString& path, QSerialPort::SerialPortError code,
-                      const QString& detail)
+QString openErrorText(const QString& path, QSerialPort::SerialPortError code, const QString& detail)
 {
     switch (code) {
     case QSerialPort::DeviceNotFoundError:
@@ -60,16 +61,15 @@ SerialPortDevice::SerialPortDevice(const QString& portName, const SerialSettings
         if (inbox.size() > InboxLimit)
             inbox.remove(0, inbox.size() - InboxLimit);
     });
-    QObject::connect(port, &QSerialPort::errorOccurred, ioContext,
-                     [this](QSerialPort::SerialPortError code) {
-                         // The device vanished (USB adapter pulled): the port is gone.
-                         if (code == QSerialPort::ResourceError && port->isOpen()) {
-                             setError(QStringLiteral("Port %1 failed: %2")
-                                          .arg(name, port->errorString()));
-                             port->close();
-                             opened = false;
-                         }
-                     });
+    QObject::connect(
+        port, &QSerialPort::errorOccurred, ioContext, [this](QSerialPort::SerialPortError code) {
+            // The device vanished (USB adapter pulled): the port is gone.
+            if (code == QSerialPort::ResourceError && port->isOpen()) {
+                setError(QStringLiteral("Port %1 failed: %2").arg(name, port->errorString()));
+                port->close();
+                opened = false;
+            }
+        });
     ioThread.setObjectName(QStringLiteral("serial-io"));
     ioThread.start();
 }
@@ -161,7 +161,8 @@ bool SerialPortDevice::openInIoThread()
         refused << QStringLiteral("parity %1").arg(s.toString().section(QLatin1Char(','), 2, 2));
     port->clearError();
     if (!refused.isEmpty() && !isPseudoTerminal(name)) {
-        setError(QStringLiteral("Port %1 refuses %2.").arg(name, refused.join(QStringLiteral(", "))));
+        setError(
+            QStringLiteral("Port %1 refuses %2.").arg(name, refused.join(QStringLiteral(", "))));
         qCWarning(lcSerial).noquote() << errorString();
         port->close();
         return false;

@@ -2,7 +2,8 @@
 
 #include <QStringList>
 
-namespace {
+namespace
+{
 
 const qint32 standardRates[] = {1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200};
 

@@ -2,7 +2,8 @@
 
 #include "sim/controllerengine.h"
 
-namespace {
+namespace
+{
 
 QByteArray framed(const QByteArray& text)
 {
@@ -68,16 +69,14 @@ void TestControllerEngine::framing_data()
     const QByteArray close = framed("0100XFC,1");
     QTest::newRow("plain") << close << QByteArray("0100X51");
     QTest::newRow("noise before STX") << "\xFF\x00zz" + close << QByteArray("0100X51");
-    QTest::newRow("broken frame, then a good one")
-        << "\x02"
-           "0100XFO,1"
-            + close
-        << QByteArray("0100X51");
-    QTest::newRow("ETX without CR LF is dropped")
-        << "\x02"
-           "0100XFC,1\x03xx"
-            + close
-        << QByteArray("0100X51");
+    QTest::newRow("broken frame, then a good one") << "\x02"
+                                                      "0100XFO,1" +
+                                                          close
+                                                   << QByteArray("0100X51");
+    QTest::newRow("ETX without CR LF is dropped") << "\x02"
+                                                     "0100XFC,1\x03xx" +
+                                                         close
+                                                  << QByteArray("0100X51");
     QTest::newRow("another station") << framed("0200XFC,1") << QByteArray("<none>");
     QTest::newRow("wrong device code") << framed("0100YFC,1") << QByteArray("0100X40");
     QTest::newRow("empty text") << framed("") << QByteArray("<none>");
@@ -113,69 +112,69 @@ void TestControllerEngine::commands_data()
 
     QTest::newRow("open read") << none << QByteArray("0100XFO,1,R,0") << QByteArray("0100X00");
     QTest::newRow("open write") << none << QByteArray("0100XFO,19,W,0") << QByteArray("0100X00");
-    QTest::newRow("open while open") << openR1 << QByteArray("0100XFO,2,W,0")
-                                     << QByteArray("0100X50");
+    QTest::newRow("open while open")
+        << openR1 << QByteArray("0100XFO,2,W,0") << QByteArray("0100X50");
     QTest::newRow("open program 0") << none << QByteArray("0100XFO,0,R,0") << QByteArray("0100X52");
-    QTest::newRow("open program 20") << none << QByteArray("0100XFO,20,R,0")
-                                     << QByteArray("0100X52");
+    QTest::newRow("open program 20")
+        << none << QByteArray("0100XFO,20,R,0") << QByteArray("0100X52");
     QTest::newRow("open bad mode") << none << QByteArray("0100XFO,1,X,0") << QByteArray("0100X40");
-    QTest::newRow("open missing field") << none << QByteArray("0100XFO,1,R") << QByteArray("0100X40");
+    QTest::newRow("open missing field")
+        << none << QByteArray("0100XFO,1,R") << QByteArray("0100X40");
     QTest::newRow("read not open") << none << QByteArray("0100XFR,1,1") << QByteArray("0100X51");
-    QTest::newRow("read other program") << openR1 << QByteArray("0100XFR,2,1")
-                                        << QByteArray("0100X51");
-    QTest::newRow("read segment 31") << openR1 << QByteArray("0100XFR,1,31")
-                                     << QByteArray("0100X52");
+    QTest::newRow("read other program")
+        << openR1 << QByteArray("0100XFR,2,1") << QByteArray("0100X51");
+    QTest::newRow("read segment 31")
+        << openR1 << QByteArray("0100XFR,1,31") << QByteArray("0100X52");
     QTest::newRow("read segment 0") << openR1 << QByteArray("0100XFR,1,0") << QByteArray("0100X52");
-    QTest::newRow("read absent segment") << openR1 << QByteArray("0100XFR,1,7")
-                                         << QByteArray("0100X52");
-    QTest::newRow("read on write file") << openW1 << QByteArray("0100XFR,1,1")
-                                        << QByteArray("0100X54");
-    QTest::newRow("read signed number") << openR1 << QByteArray("0100XFR,1,-1")
-                                        << QByteArray("0100X40");
+    QTest::newRow("read absent segment")
+        << openR1 << QByteArray("0100XFR,1,7") << QByteArray("0100X52");
+    QTest::newRow("read on write file")
+        << openW1 << QByteArray("0100XFR,1,1") << QByteArray("0100X54");
+    QTest::newRow("read signed number")
+        << openR1 << QByteArray("0100XFR,1,-1") << QByteArray("0100X40");
     QTest::newRow("write") << openW1 << "0100XFW,1,2," + rec2 << QByteArray("0100X00");
-    QTest::newRow("write lower-case hex") << openW1 << "0100XFW,1,2," + rec2.toLower()
-                                          << QByteArray("0100X00");
-    QTest::newRow("write on read file") << openR1 << "0100XFW,1,2," + rec2
-                                        << QByteArray("0100X54");
-    QTest::newRow("write short record as segment 1") << openW1 << "0100XFW,1,1," + rec2
-                                                     << QByteArray("0100X57");
-    QTest::newRow("write long record as segment 2") << openW1 << "0100XFW,1,2," + rec1
-                                                    << QByteArray("0100X57");
-    QTest::newRow("write non-hex") << openW1 << "0100XFW,1,2,G" + rec2.mid(1)
-                                   << QByteArray("0100X57");
+    QTest::newRow("write lower-case hex")
+        << openW1 << "0100XFW,1,2," + rec2.toLower() << QByteArray("0100X00");
+    QTest::newRow("write on read file") << openR1 << "0100XFW,1,2," + rec2 << QByteArray("0100X54");
+    QTest::newRow("write short record as segment 1")
+        << openW1 << "0100XFW,1,1," + rec2 << QByteArray("0100X57");
+    QTest::newRow("write long record as segment 2")
+        << openW1 << "0100XFW,1,2," + rec1 << QByteArray("0100X57");
+    QTest::newRow("write non-hex")
+        << openW1 << "0100XFW,1,2,G" + rec2.mid(1) << QByteArray("0100X57");
     QTest::newRow("write not open") << none << "0100XFW,1,2," + rec2 << QByteArray("0100X51");
     QTest::newRow("close") << openR1 << QByteArray("0100XFC,1") << QByteArray("0100X00");
-    QTest::newRow("close other program") << openR1 << QByteArray("0100XFC,2")
-                                         << QByteArray("0100X51");
+    QTest::newRow("close other program")
+        << openR1 << QByteArray("0100XFC,2") << QByteArray("0100X51");
     QTest::newRow("close twice") << QByteArrayList{"0100XFO,1,R,0", "0100XFC,1"}
                                  << QByteArray("0100XFC,1") << QByteArray("0100X51");
     QTest::newRow("reopen after close") << QByteArrayList{"0100XFO,1,R,0", "0100XFC,1"}
                                         << QByteArray("0100XFO,2,W,0") << QByteArray("0100X00");
     QTest::newRow("unknown command") << none << QByteArray("0100XZZ,1") << QByteArray("0100X99");
-    QTest::newRow("no comma after command") << none << QByteArray("0100XFC1")
-                                            << QByteArray("0100X40");
-    QTest::newRow("register read") << none << QByteArray("0100XRS,3509W,2")
-                                   << QByteArray("0100X00,50,0");
-    QTest::newRow("register read 16") << none << QByteArray("0100XRS,100W,16")
-                                      << QByteArray("0100X42");
-    QTest::newRow("register read 17") << none << QByteArray("0100XRS,4509W,17")
-                                      << QByteArray("0100X41");
-    QTest::newRow("register read 0 words") << none << QByteArray("0100XRS,4509W,0")
-                                           << QByteArray("0100X40");
-    QTest::newRow("register read without W") << none << QByteArray("0100XRS,4509,1")
-                                             << QByteArray("0100X40");
-    QTest::newRow("register read partly undefined") << none << QByteArray("0100XRS,4512W,2")
-                                                    << QByteArray("0100X42");
-    QTest::newRow("register write") << none << QByteArray("0100XWS,4509W,1,2")
-                                    << QByteArray("0100X00");
-    QTest::newRow("register write undefined") << none << QByteArray("0100XWS,4512W,1,2")
-                                              << QByteArray("0100X42");
-    QTest::newRow("register write above 65535") << none << QByteArray("0100XWS,4509W,65536")
-                                                << QByteArray("0100X44");
-    QTest::newRow("register write not a number") << none << QByteArray("0100XWS,4509W,1x")
-                                                 << QByteArray("0100X40");
-    QTest::newRow("register write without value") << none << QByteArray("0100XWS,4509W")
-                                                   << QByteArray("0100X40");
+    QTest::newRow("no comma after command")
+        << none << QByteArray("0100XFC1") << QByteArray("0100X40");
+    QTest::newRow("register read")
+        << none << QByteArray("0100XRS,3509W,2") << QByteArray("0100X00,50,0");
+    QTest::newRow("register read 16")
+        << none << QByteArray("0100XRS,100W,16") << QByteArray("0100X42");
+    QTest::newRow("register read 17")
+        << none << QByteArray("0100XRS,4509W,17") << QByteArray("0100X41");
+    QTest::newRow("register read 0 words")
+        << none << QByteArray("0100XRS,4509W,0") << QByteArray("0100X40");
+    QTest::newRow("register read without W")
+        << none << QByteArray("0100XRS,4509,1") << QByteArray("0100X40");
+    QTest::newRow("register read partly undefined")
+        << none << QByteArray("0100XRS,4512W,2") << QByteArray("0100X42");
+    QTest::newRow("register write")
+        << none << QByteArray("0100XWS,4509W,1,2") << QByteArray("0100X00");
+    QTest::newRow("register write undefined")
+        << none << QByteArray("0100XWS,4512W,1,2") << QByteArray("0100X42");
+    QTest::newRow("register write above 65535")
+        << none << QByteArray("0100XWS,4509W,65536") << QByteArray("0100X44");
+    QTest::newRow("register write not a number")
+        << none << QByteArray("0100XWS,4509W,1x") << QByteArray("0100X40");
+    QTest::newRow("register write without value")
+        << none << QByteArray("0100XWS,4509W") << QByteArray("0100X40");
     QTest::newRow("register write 17 words")
         << none << "0100XWS,4509W" + QByteArray(",1").repeated(17) << QByteArray("0100X41");
 }
@@ -206,9 +205,8 @@ void TestControllerEngine::readReplyCut()
         QVERIFY(engine.programs().setSegment(program, s, recordFor(program, s)));
     QCOMPARE(ask(engine, "0100XFO," + QByteArray::number(program) + ",R,0"), QByteArray("0100X00"));
     for (int s = 1; s <= ProgramStore::MaxSegments; ++s) {
-        const QByteArray reply =
-            engine.feed(framed("0100XFR," + QByteArray::number(program) + ',' +
-                               QByteArray::number(s)));
+        const QByteArray reply = engine.feed(
+            framed("0100XFR," + QByteArray::number(program) + ',' + QByteArray::number(s)));
         // Where a panel cuts the record out of the reply.
         const int start = 16 + (program > 9 ? 1 : 0) + (s > 9 ? 1 : 0);
         const QByteArray field = reply.mid(start);
@@ -294,12 +292,11 @@ void TestControllerEngine::faultKinds_data()
                                 << true;
     QTest::newRow("late") << "late:FO-R" << open << QByteArray("0100X00") << 500 << true;
     QTest::newRow("late 900") << "late=900:ANY" << open << QByteArray("0100X00") << 900 << true;
-    QTest::newRow("noise")
-        << "noise:FO-R" << open << QByteArray("<bad frame 7f55aa0230313030583030030d0a>") << 0
-        << true;
+    QTest::newRow("noise") << "noise:FO-R" << open
+                           << QByteArray("<bad frame 7f55aa0230313030583030030d0a>") << 0 << true;
     QTest::newRow("status") << "status=59:FO-R" << open << QByteArray("0100X59") << 0 << false;
-    QTest::newRow("other command untouched") << "drop:FO-W" << open << QByteArray("0100X00") << 0
-                                             << true;
+    QTest::newRow("other command untouched")
+        << "drop:FO-W" << open << QByteArray("0100X00") << 0 << true;
 }
 
 void TestControllerEngine::faultKinds()
@@ -326,15 +323,24 @@ void TestControllerEngine::triggers_data()
 {
     QTest::addColumn<QString>("rule");
     QTest::addColumn<QString>("pattern"); // per FR request of segments 1,2,1,2...: X = fault
-    QTest::newRow("once") << "drop:FR" << "X.........";
-    QTest::newRow("at 3") << "drop:FR@at=3" << "..X.......";
-    QTest::newRow("every 3") << "drop:FR@every=3" << "..X..X..X.";
-    QTest::newRow("always") << "drop:FR@always" << "XXXXXXXXXX";
-    QTest::newRow("segment 2 once") << "drop:FR:2" << ".X........";
-    QTest::newRow("segment 2 every 2") << "drop:FR:2@every=2" << "...X...X..";
-    QTest::newRow("never p=0") << "drop:FR@random=0,seed=3" << "..........";
-    QTest::newRow("always p=1") << "drop:FR@random=1" << "XXXXXXXXXX";
-    QTest::newRow("other command") << "drop:FW@always" << "..........";
+    QTest::newRow("once") << "drop:FR"
+                          << "X.........";
+    QTest::newRow("at 3") << "drop:FR@at=3"
+                          << "..X.......";
+    QTest::newRow("every 3") << "drop:FR@every=3"
+                             << "..X..X..X.";
+    QTest::newRow("always") << "drop:FR@always"
+                            << "XXXXXXXXXX";
+    QTest::newRow("segment 2 once") << "drop:FR:2"
+                                    << ".X........";
+    QTest::newRow("segment 2 every 2") << "drop:FR:2@every=2"
+                                       << "...X...X..";
+    QTest::newRow("never p=0") << "drop:FR@random=0,seed=3"
+                               << "..........";
+    QTest::newRow("always p=1") << "drop:FR@random=1"
+                                << "XXXXXXXXXX";
+    QTest::newRow("other command") << "drop:FW@always"
+                                   << "..........";
 }
 
 void TestControllerEngine::triggers()
@@ -348,8 +354,7 @@ void TestControllerEngine::triggers()
     QCOMPARE(ask(engine, "0100XFO,1,R,0"), QByteArray("0100X00"));
     QString seen;
     for (int i = 0; i < pattern.size(); ++i) {
-        const QByteArray reply =
-            engine.feed(framed("0100XFR,1," + QByteArray::number(1 + i % 2)));
+        const QByteArray reply = engine.feed(framed("0100XFR,1," + QByteArray::number(1 + i % 2)));
         seen += reply.isEmpty() ? QLatin1Char('X') : QLatin1Char('.');
     }
     QCOMPARE(seen, pattern);
@@ -378,27 +383,46 @@ void TestControllerEngine::faultRuleText_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("canonical"); // empty: must be refused
-    QTest::newRow("defaults") << "drop:FC" << "drop:FC@once";
-    QTest::newRow("star") << "garble:*@always" << "garble:ANY@always";
-    QTest::newRow("length") << "length=2:FR:30@every=4" << "length=2:FR:30@every=4";
-    QTest::newRow("length default") << "length:FR" << "length=-1:FR@once";
+    QTest::newRow("defaults") << "drop:FC"
+                              << "drop:FC@once";
+    QTest::newRow("star") << "garble:*@always"
+                          << "garble:ANY@always";
+    QTest::newRow("length") << "length=2:FR:30@every=4"
+                            << "length=2:FR:30@every=4";
+    QTest::newRow("length default") << "length:FR"
+                                    << "length=-1:FR@once";
     QTest::newRow("random") << "status=52:FW:4@random=0.25,seed=9"
                             << "status=52:FW:4@random=0.25,seed=9";
-    QTest::newRow("late") << "late:RS@at=2" << "late=500:RS@at=2";
-    QTest::newRow("unknown kind") << "explode:FR" << "";
-    QTest::newRow("unknown command") << "drop:FX" << "";
-    QTest::newRow("no command") << "drop" << "";
-    QTest::newRow("status one digit") << "status=5:FR" << "";
-    QTest::newRow("status letters") << "status=AB:FR" << "";
-    QTest::newRow("drop with argument") << "drop=3:FR" << "";
-    QTest::newRow("segment for open") << "drop:FO-R:2" << "";
-    QTest::newRow("segment 31") << "drop:FR:31" << "";
-    QTest::newRow("length on write") << "length:FW" << "";
-    QTest::newRow("length 0") << "length=0:FR" << "";
-    QTest::newRow("every 0") << "drop:FR@every=0" << "";
-    QTest::newRow("probability 2") << "drop:FR@random=2" << "";
-    QTest::newRow("bad seed") << "drop:FR@random=0.5,seed=x" << "";
-    QTest::newRow("unknown trigger") << "drop:FR@sometimes" << "";
+    QTest::newRow("late") << "late:RS@at=2"
+                          << "late=500:RS@at=2";
+    QTest::newRow("unknown kind") << "explode:FR"
+                                  << "";
+    QTest::newRow("unknown command") << "drop:FX"
+                                     << "";
+    QTest::newRow("no command") << "drop"
+                                << "";
+    QTest::newRow("status one digit") << "status=5:FR"
+                                      << "";
+    QTest::newRow("status letters") << "status=AB:FR"
+                                    << "";
+    QTest::newRow("drop with argument") << "drop=3:FR"
+                                        << "";
+    QTest::newRow("segment for open") << "drop:FO-R:2"
+                                      << "";
+    QTest::newRow("segment 31") << "drop:FR:31"
+                                << "";
+    QTest::newRow("length on write") << "length:FW"
+                                     << "";
+    QTest::newRow("length 0") << "length=0:FR"
+                              << "";
+    QTest::newRow("every 0") << "drop:FR@every=0"
+                             << "";
+    QTest::newRow("probability 2") << "drop:FR@random=2"
+                                   << "";
+    QTest::newRow("bad seed") << "drop:FR@random=0.5,seed=x"
+                              << "";
+    QTest::newRow("unknown trigger") << "drop:FR@sometimes"
+                                     << "";
 }
 
 void TestControllerEngine::faultRuleText()
@@ -421,11 +445,12 @@ void TestControllerEngine::storeText_data()
     QTest::addColumn<QString>("error"); // empty: accepted
     const QByteArray r1 = recordFor(4, 1);
     const QByteArray r2 = recordFor(4, 2);
-    QTest::newRow("comments and blanks") << "# x\n\n4 1 " + r1 + "\n  4  2 " + r2 + "  \n" << "";
+    QTest::newRow("comments and blanks") << "# x\n\n4 1 " + r1 + "\n  4  2 " + r2 + "  \n"
+                                         << "";
     QTest::newRow("program 20") << "20 2 " + r2 << "line 1: program must be 1..19";
     QTest::newRow("segment 0") << "# x\n4 0 " + r2 << "line 2: segment must be 1..30";
-    QTest::newRow("short record for 1") << "4 1 " + r2
-                                        << "line 1: segment 1 needs a record of 120 hex digits";
+    QTest::newRow("short record for 1")
+        << "4 1 " + r2 << "line 1: segment 1 needs a record of 120 hex digits";
     QTest::newRow("non-hex") << "4 2 Z" + r2.mid(1)
                              << "line 1: segment 2 needs a record of 92 hex digits";
     QTest::newRow("twice") << "4 2 " + r2 + "\n4 2 " + r2
@@ -497,10 +522,10 @@ void TestControllerEngine::samplesAreWritable()
                      qPrintable(where));
             QVERIFY2(inRange(w[4], 0, 5999, true) && inRange(w[6], 0, 5999, true),
                      qPrintable(where));
-            QVERIFY2((w[7] == 5999 && w[8] == unset) ||
-                         (inRange(w[7], 0, 5999, false) && inRange(w[8], 0, 5999, false) &&
-                          w[7] < w[8]),
-                     qPrintable(where));
+            QVERIFY2(
+                (w[7] == 5999 && w[8] == unset) ||
+                    (inRange(w[7], 0, 5999, false) && inRange(w[8], 0, 5999, false) && w[7] < w[8]),
+                qPrintable(where));
             for (int t = 9; t < 19; t += 2) {
                 const bool bothUnset = w[t] == unset && w[t + 1] == unset;
                 QVERIFY2(bothUnset || (inRange(w[t], 0, 5999, false) &&
@@ -526,8 +551,9 @@ void TestControllerEngine::garbageNeverBreaksTheLine()
 {
     ControllerEngine engine;
     QRandomGenerator random(2024);
-    const QByteArray pieces[] = {"\x02", "\x03", "\r\n", "0100X", "FO,", "FR,", "FW,", "FC,",
-                                 "RS,", "WS,", "1", "99999999", ",", "W", "R", "-", "\xFF"};
+    const QByteArray pieces[] = {"\x02", "\x03", "\r\n", "0100X", "FO,", "FR,",
+                                 "FW,",  "FC,",  "RS,",  "WS,",   "1",   "99999999",
+                                 ",",    "W",    "R",    "-",     "\xFF"};
     for (int round = 0; round < 20000; ++round) {
         QByteArray chunk;
         const int parts = random.bounded(1, 8);
