@@ -1,4 +1,5 @@
 #include "sim/controllerengine.h"
+#include "sim/decimal.h"
 
 #include <QLoggingCategory>
 
@@ -29,21 +30,6 @@ const QByteArray UndefinedCommand = "99";
 QByteArray frame(const QByteArray& status, const QByteArray& fields = QByteArray())
 {
     return STX + Header + status + fields + ETX + CR + LF;
-}
-
-// Decimal digits only, at most five of them (the controller's numbers are small).
-bool parseNumber(const QByteArray& text, int* value)
-{
-    if (text.isEmpty() || text.size() > 5)
-        return false;
-    int v = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9')
-            return false;
-        v = v * 10 + (c - '0');
-    }
-    *value = v;
-    return true;
 }
 
 } // namespace
@@ -90,32 +76,32 @@ ControllerEngine::Request ControllerEngine::Request::decode(const QByteArray& te
     fields = rest.mid(1).split(',');
 
     const auto wordAddress = [&](const QByteArray& field) {
-        return field.endsWith('W') && parseNumber(field.chopped(1), &r.address);
+        return field.endsWith('W') && parseControllerNumber(field.chopped(1), &r.address);
     };
     bool ok = false;
     switch (r.kind) {
     case CommandKind::OpenRead:
-        ok = fields.size() == 3 && parseNumber(fields.at(0), &r.program) &&
+        ok = fields.size() == 3 && parseControllerNumber(fields.at(0), &r.program) &&
              (fields.at(1) == "R" || fields.at(1) == "W") && fields.at(2) == "0";
         if (ok && fields.at(1) == "W")
             r.kind = CommandKind::OpenWrite;
         break;
     case CommandKind::FileRead:
-        ok = fields.size() == 2 && parseNumber(fields.at(0), &r.program) &&
-             parseNumber(fields.at(1), &r.segment);
+        ok = fields.size() == 2 && parseControllerNumber(fields.at(0), &r.program) &&
+             parseControllerNumber(fields.at(1), &r.segment);
         break;
     case CommandKind::FileWrite:
-        ok = fields.size() == 3 && parseNumber(fields.at(0), &r.program) &&
-             parseNumber(fields.at(1), &r.segment);
+        ok = fields.size() == 3 && parseControllerNumber(fields.at(0), &r.program) &&
+             parseControllerNumber(fields.at(1), &r.segment);
         if (ok)
             r.record = fields.at(2);
         break;
     case CommandKind::FileClose:
-        ok = fields.size() == 1 && parseNumber(fields.at(0), &r.program);
+        ok = fields.size() == 1 && parseControllerNumber(fields.at(0), &r.program);
         break;
     case CommandKind::RegisterRead:
         ok = fields.size() == 2 && wordAddress(fields.at(0)) &&
-             parseNumber(fields.at(1), &r.count) && r.count > 0;
+             parseControllerNumber(fields.at(1), &r.count) && r.count > 0;
         break;
     case CommandKind::RegisterWrite:
         ok = fields.size() >= 2 && wordAddress(fields.at(0));
@@ -366,7 +352,7 @@ QByteArray ControllerEngine::writeRegisters(const Request& request)
     QList<int> values;
     for (const QByteArray& text : request.values) {
         int v = 0;
-        if (!parseNumber(text, &v))
+        if (!parseControllerNumber(text, &v))
             return frame(Malformed);
         values << v;
     }

@@ -1,4 +1,5 @@
 #include "sim/programstore.h"
+#include "sim/decimal.h"
 
 #include <QFile>
 #include <QSaveFile>
@@ -9,21 +10,6 @@ namespace
 bool isHexDigit(char c)
 {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
-}
-
-// Decimal digits only: no sign, no blanks, at most five digits.
-bool parseNumber(const QByteArray& text, int* value)
-{
-    if (text.isEmpty() || text.size() > 5)
-        return false;
-    int v = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9')
-            return false;
-        v = v * 10 + (c - '0');
-    }
-    *value = v;
-    return true;
 }
 
 } // namespace
@@ -94,9 +80,9 @@ bool ProgramStore::fromText(const QByteArray& text, QString* error)
         };
         if (fields.size() != 3)
             return fail(QStringLiteral("expected \"program segment record\""));
-        if (!parseNumber(fields.at(0), &program) || !isValidProgram(program))
+        if (!parseControllerNumber(fields.at(0), &program) || !isValidProgram(program))
             return fail(QStringLiteral("program must be 1..%1").arg(ProgramCount));
-        if (!parseNumber(fields.at(1), &segment) || !isValidSegment(segment))
+        if (!parseControllerNumber(fields.at(1), &segment) || !isValidSegment(segment))
             return fail(QStringLiteral("segment must be 1..%1").arg(MaxSegments));
         if (!isValidRecord(segment, fields.at(2)))
             return fail(QStringLiteral("segment %1 needs a record of %2 hex digits")
