@@ -1,0 +1,93 @@
+#ifndef SEGMENTCODEC_H
+#define SEGMENTCODEC_H
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+// Conversion between a segment record (the controller's hexadecimal text,
+// four digits per 16-bit word) and a row of the program table, and the
+// checking of every cell before a row goes to the controller. Pure code:
+// the worker's slots and the host tool's offline check both call these.
+namespace SegmentCodec
+{
+
+// Record lengths in hex digits: segment 1 carries the program-wide items.
+constexpr int LongRecordLength = 120;
+constexpr int ShortRecordLength = 92;
+// Cells in every table row, label and tag included.
+constexpr int ColumnCount = 26;
+// Data cells a row must have after its label (and, for segments other than
+// 1, its four program-wide cells) are removed.
+constexpr int LongRowDataCells = 25;
+constexpr int ShortRowDataCells = 21;
+
+// The controller parameters read before a program write: setpoint limits
+// of SP1 and the event type codes of EV1..EV3.
+struct WriteParameters {
+    qint32 spLowLimit = 0;
+    qint32 spHighLimit = 0;
+    qint32 ev1Type = 0;
+    qint32 ev2Type = 0;
+    qint32 ev3Type = 0;
+
+    // Elements 0..4 in member order; a missing element counts as 0 and
+    // further elements are ignored.
+    static WriteParameters fromList(const QList<qint32>& paras);
+    // The type code of event 1..3; no event number gives -1 (no kind).
+    qint32 eventType(int event) const;
+};
+
+// Event kinds as the checks distinguish them by type code.
+enum class EventKind { None, PV, AbsoluteDeviation, MvMfb, Time };
+EventKind eventKind(qint32 typeCode);
+
+// The header row: 26 cells, the first "-".
+QStringList headerRow();
+// Appends the header row to datas.
+void generalHead(QList<QStringList>& datas);
+
+// Decodes a segment record into a 26-cell row labelled "SEG<segment>". Never
+// fails: each of a word's four characters that is not a hex digit, or lies
+// beyond the end of indata, counts as the digit 0; characters past the 120th
+// are ignored. Over 100 characters means a long record (the choice does not
+// depend on the segment number); otherwise the program-wide cells are "----".
+QStringList recordToRow(int segment, const QString& indata);
+// Appends recordToRow(segment, indata) to datas.
+void HEX2CSV(int segment, const QString& indata, QList<QStringList>& datas);
+
+// The 16-bit two's complement of value as four upper-case hex digits.
+QString wordHex(qint32 value);
+
+// True when value lies within the range that cellTitle selects (inclusive)
+// or the title selects none; otherwise error is set to the range message.
+bool checkValueRange(const WriteParameters& params, const QString& cellTitle, qint32 value,
+                     QString& error);
+
+// Converts the first cell of inDatas (removing it) as a plain integer cell
+// titled cellTitle. "----" gives "7FFF" without a range check. Numbers are
+// parsed as QString::toInt does: blanks around the digits and a leading '+'
+// are accepted, anything else (inner blanks, decimal points, non-ASCII
+// digits or minus signs) is a format error. decCellIntValue is -1 for
+// "----", 0 for a cell that is no number, else the number. Hex text is
+// appended to outData only while noError holds; any error clears noError.
+// A missing cell counts as an empty one.
+bool CSVCell2HEX(const WriteParameters& params, QStringList& inDatas, QString& outData,
+                 QStringList& errorList, bool& noError, const QString& cellTitle,
+                 qint32& decCellIntValue);
+
+// Checks one table row (label first) for segment and appends its record
+// (120 digits for segment 1, 92 otherwise) to outData; every problem goes to
+// errorList in column order. inDatas is consumed. Returns true when the row
+// has no error; otherwise outData holds an incomplete record.
+bool CSV2HEX(const WriteParameters& params, int segment, QStringList& inDatas, QString& outData,
+             QStringList& errorList);
+
+// CSV2HEX on a copy of datas[segment - 1] (a table without its header row).
+// A row that is not there is reported as a row with no cells.
+bool validateDataRow(const WriteParameters& params, int segment, const QList<QStringList>& datas,
+                     QString& outputData, QStringList& errorList);
+
+} // namespace SegmentCodec
+
+#endif
