@@ -1,0 +1,351 @@
+#include <QtTest>
+
+#include "driver/controllerframes.h"
+#include "driver/segmentcodec.h"
+#include "sim/controllerengine.h"
+#include "tests/support/scriptedport.h"
+
+#include <cstring>
+
+using namespace ControllerFrames;
+using Answer = ScriptedPort::Answer;
+
+Q_DECLARE_METATYPE(ControllerFrames::Command)
+Q_DECLARE_METATYPE(ControllerFrames::ReplyOutcome)
+
+namespace
+{
+
+enum class Exchange { SendFailure, HeaderFailure, ControllerError, Accepted };
+
+struct ExchangeResult {
+    Exchange outcome = Exchange::SendFailure;
+    QString text;
+    QString message;
+};
+
+// The worker's exchange as the frames are meant to be used: prepare, send,
+// read once into a zeroed buffer, classify (the fixed wait is left out).
+ExchangeResult exchange(AbstractDeviceInterface& port, Command command, int program,
+                        int segment = 0, const QString& record = QString())
+{
+    ExchangeResult result;
+    const QByteArray bytes = frame(command, program, segment, record);
+    port.setOption(AbstractDeviceInterface::OptionPrepareCommand, QVariant(0));
+    if (port.writeBytes(bytes.constData(), bytes.size()) != bytes.size())
+        return result;
+    char buffer[ReplyBufferSize];
+    std::memset(buffer, 0, sizeof buffer);
+    port.readBytes(buffer, readLimit(command));
+    result.text = replyText(buffer, ReplyBufferSize);
+    const ReplyCheck check = checkReply(result.text);
+    result.message = check.message;
+    result.outcome = check.outcome == ReplyOutcome::Accepted        ? Exchange::Accepted
+                     : check.outcome == ReplyOutcome::HeaderFailure ? Exchange::HeaderFailure
+                                                                    : Exchange::ControllerError;
+    return result;
+}
+
+QByteArray wire(const char* text)
+{
+    return "\x02" + QByteArray(text) + "\x03\r\n";
+}
+
+} // namespace
+
+class TestControllerFrames : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void frames_data()
+    {
+        QTest::addColumn<Command>("command");
+        QTest::addColumn<int>("program");
+        QTest::addColumn<int>("segment");
+        QTest::addColumn<QString>("record");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("close 7") << Command::Close << 7 << 0 << QString() << wire("0100XFC,7");
+        QTest::newRow("open read 3")
+            << Command::OpenRead << 3 << 0 << QString() << wire("0100XFO,3,R,0");
+        QTest::newRow("open write 19")
+            << Command::OpenWrite << 19 << 0 << QString() << wire("0100XFO,19,W,0");
+        QTest::newRow("read 3/12") << Command::Read << 3 << 12 << QString() << wire("0100XFR,3,12");
+        QTest::newRow("write 12/10")
+            << Command::Write << 12 << 10 << "00FF176F" << wire("0100XFW,12,10,00FF176F");
+        // A record is inserted once, never scanned for placeholders.
+        QTest::newRow("write keeps %")
+            << Command::Write << 1 << 2 << "%1%2%3" << wire("0100XFW,1,2,%1%2%3");
+    }
+    void frames()
+    {
+        QFETCH(Command, command);
+        QFETCH(int, program);
+        QFETCH(int, segment);
+        QFETCH(QString, record);
+        QFETCH(QByteArray, expected);
+        QCOMPARE(frame(command, program, segment, record), expected);
+        // The worker fills the framed template it keeps.
+        const QString kept = framedTemplate(command);
+        QCOMPARE(toWire(fillTemplate(kept, command, program, segment, record)), expected);
+        QCOMPARE(kept, framedTemplate(command));
+    }
+
+    void exchangeLimits()
+    {
+        QCOMPARE(waitMs(Command::Read), 350ul);
+        for (Command c : {Command::OpenRead, Command::OpenWrite, Command::Write, Command::Close})
+            QCOMPARE(waitMs(c), 300ul);
+        QCOMPARE(readLimit(Command::Read), 200);
+        QCOMPARE(readLimit(Command::Write), 200);
+        QCOMPARE(readLimit(Command::OpenRead), 16);
+        QCOMPARE(readLimit(Command::Close), 16);
+        QVERIFY(ReplyBufferSize > DataReadLimit);
+    }
+
+    void statusMessages_data()
+    {
+        QTest::addColumn<QString>("code");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("41") << "41"
+                            << "The number of data is over 16. (Including read data count of RS "
+                               "request).";
+        QTest::newRow("45") << "45"
+                            << "The data cannot be written according to the status of DCP31/32. "
+                               "(Settings can be changed only READY mode regarding all of setup "
+                               "items and some of event configuration data) Write is attempted to "
+                               "the write inhibit data address.";
+        QTest::newRow("50") << "50"
+                            << "File is already open.";
+        QTest::newRow("52") << "52"
+                            << "Program number or segment number is in error. No program in the "
+                               "segment.";
+        QTest::newRow("99") << "99"
+                            << "The command is undefined.";
+        QTest::newRow("unknown 43") << "43" << QString();
+        QTest::newRow("empty") << "" << QString();
+        QTest::newRow("padded") << "050" << QString();
+        QTest::newRow("blank") << " 50" << QString();
+    }
+    void statusMessages()
+    {
+        QFETCH(QString, code);
+        QFETCH(QString, message);
+        QCOMPARE(getErrorMessageByStatusCodeFromPLC(code), message);
+    }
+
+    void replies_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<ReplyOutcome>("outcome");
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<QString>("message");
+        const auto ok = ReplyOutcome::Accepted;
+        const auto header = ReplyOutcome::HeaderFailure;
+        const auto refused = ReplyOutcome::ControllerError;
+        QTest::newRow("00") << "\x02"
+                               "0100X00\x03\r\n"
+                            << ok << "00" << QString();
+        QTest::newRow("01 like 00") << "\x02"
+                                       "0100X01,FR,1,1,0000"
+                                    << ok << "01" << QString();
+        QTest::newRow("STX not examined") << "?0100X00" << ok << "00" << QString();
+        QTest::newRow("empty") << "" << header << QString() << QString();
+        QTest::newRow("STX only") << "\x02" << header << QString() << QString();
+        QTest::newRow("cut header") << "\x02"
+                                       "0100"
+                                    << header << QString() << QString();
+        QTest::newRow("other station") << "\x02"
+                                          "0200X00"
+                                       << header << QString() << QString();
+        QTest::newRow("lower-case x") << "\x02"
+                                         "0100x00"
+                                      << header << QString() << QString();
+        QTest::newRow("no STX") << "0100X00" << header << QString() << QString();
+        QTest::newRow("50") << "\x02"
+                               "0100X50\x03"
+                            << refused << "50"
+                            << "File is already open.";
+        QTest::newRow("43 unknown") << "\x02"
+                                       "0100X43"
+                                    << refused << "43" << QString();
+        QTest::newRow("status cut") << "\x02"
+                                       "0100X0"
+                                    << refused << "0" << QString();
+    }
+    void replies()
+    {
+        QFETCH(QString, text);
+        QFETCH(ReplyOutcome, outcome);
+        QFETCH(QString, status);
+        QFETCH(QString, message);
+        const ReplyCheck check = checkReply(text);
+        QCOMPARE(check.outcome, outcome);
+        QCOMPARE(check.statusCode, status);
+        QCOMPARE(check.message, message);
+    }
+
+    void replyTextStopsAtZeroOrSize()
+    {
+        const char withNul[] = "\x02"
+                               "0100X00\0garbage";
+        QCOMPARE(replyText(withNul, sizeof withNul), QString("\x02"
+                                                             "0100X00"));
+        const char noNul[4] = {'a', 'b', 'c', 'd'};
+        QCOMPARE(replyText(noNul, 3), QString("abc"));
+        QCOMPARE(replyText(nullptr, 10), QString());
+    }
+
+    void controllerErrorLines()
+    {
+        QCOMPARE(controllerErrorLine(Command::Read, 4, "File is not open yet."),
+                 QString("Seg4:File is not open yet."));
+        QCOMPARE(controllerErrorLine(Command::Write, 12, QString()), QString("Seg12:"));
+        QCOMPARE(controllerErrorLine(Command::OpenRead, 4, "File is already open."),
+                 QString("File is already open."));
+    }
+
+    void segmentFields_data()
+    {
+        QTest::addColumn<int>("program");
+        QTest::addColumn<int>("segment");
+        QTest::addColumn<int>("position");
+        QTest::addColumn<int>("length");
+        QTest::newRow("1/1") << 1 << 1 << 16 << 123;
+        QTest::newRow("9/9") << 9 << 9 << 16 << 95;
+        QTest::newRow("10/9") << 10 << 9 << 17 << 95;
+        QTest::newRow("9/10") << 9 << 10 << 17 << 95;
+        QTest::newRow("12/10") << 12 << 10 << 18 << 95;
+        QTest::newRow("19/1") << 19 << 1 << 17 << 123;
+    }
+    void segmentFields()
+    {
+        QFETCH(int, program);
+        QFETCH(int, segment);
+        QFETCH(int, position);
+        QFETCH(int, length);
+        QCOMPARE(segmentFieldPosition(program, segment), position);
+        QCOMPARE(segmentFieldLength(segment), length);
+        const QString text = QString(position, QLatin1Char('.')) + "RECORD";
+        QCOMPARE(segmentField(text, program, segment), QString("RECORD"));
+        QCOMPARE(segmentField("\x02"
+                              "0100X",
+                              program, segment),
+                 QString());
+    }
+
+    void exchangeOverScriptedPort()
+    {
+        ScriptedPort port;
+        const QByteArray record(92, '0');
+        port.addAnswer("0100XFO", Answer::withReply(wire("0100X00")));
+        port.addAnswer("0100XFR,1,1", Answer::shortWrite(3));
+        // Late: the one read finds nothing yet, so the retry sees the
+        // stale reply dropped by the prepare option, not read as new.
+        port.addAnswer("0100XFR,1,1", Answer::withReply(wire("0100X00"), 1));
+        port.addAnswer("0100XFR,1,1", Answer::withReply("\x02"
+                                                        "0100X00,FR,1,1," +
+                                                        record));
+        port.addAnswer("0100XFR,1,10", Answer::withReply(wire("0100X52")));
+        port.addAnswer("0100XFC", Answer::withReply(wire("0100X00,and a long tail")), 2);
+
+        QCOMPARE(exchange(port, Command::OpenRead, 1).outcome, Exchange::Accepted);
+        QCOMPARE(exchange(port, Command::Read, 1, 1).outcome, Exchange::SendFailure);
+        QCOMPARE(exchange(port, Command::Read, 1, 1).outcome, Exchange::HeaderFailure);
+        const ExchangeResult read = exchange(port, Command::Read, 1, 1);
+        QCOMPARE(read.outcome, Exchange::Accepted);
+        QCOMPARE(segmentField(read.text, 1, 1), QString(record));
+        const ExchangeResult refused = exchange(port, Command::Read, 1, 10);
+        QCOMPARE(refused.outcome, Exchange::ControllerError);
+        QCOMPARE(refused.message, getErrorMessageByStatusCodeFromPLC("52"));
+        const ExchangeResult closed = exchange(port, Command::Close, 1);
+        QCOMPARE(closed.text, QString::fromLatin1(wire("0100X00,and a long tail").left(16)));
+        // A rule used up falls back to the default answer: nothing.
+        QCOMPARE(exchange(port, Command::Read, 1, 1).outcome, Exchange::HeaderFailure);
+
+        QCOMPARE(port.unpreparedWrites(), 0);
+        QCOMPARE(port.readLimits(), (QList<int>{16, 200, 200, 200, 16, 200}));
+        QCOMPARE(port.sentCommands(),
+                 (QList<QByteArray>{"0100XFO,1,R,0", "0100XFR,1,1", "0100XFR,1,1", "0100XFR,1,1",
+                                    "0100XFR,1,10", "0100XFC,1", "0100XFR,1,1"}));
+
+        // Without the prepare option, unread input is still there.
+        port.writeBytes("\x02"
+                        "0100XFC,1\x03\r\n",
+                        13);
+        char buffer[8] = {};
+        QCOMPARE(port.readBytes(buffer, 8), 8);
+        QCOMPARE(QByteArray(buffer, 8), wire("0100X00,and").left(8));
+        QCOMPARE(port.unpreparedWrites(), 1);
+    }
+
+    void portUsedFromAnotherThread()
+    {
+        ScriptedPort port;
+        port.setRetryCount(2);
+        port.addAnswer("0100XFR", Answer::withReply(wire("0100X00")), ScriptedPort::Forever);
+        QScopedPointer<QThread> worker(QThread::create([&port] {
+            for (int s = 1; s <= 30; ++s) {
+                if (exchange(port, Command::Read, 3, s).outcome != Exchange::Accepted)
+                    return;
+            }
+        }));
+        worker->start();
+        QVERIFY(port.waitForWrites(30, 5000));
+        QVERIFY(worker->wait(5000));
+        const QList<QByteArray> sent = port.sentCommands();
+        QCOMPARE(sent.size(), 30);
+        QCOMPARE(sent.last(), QByteArray("0100XFR,3,30"));
+        QCOMPARE(port.retryCount(), 2);
+        QVERIFY(!port.waitForWrites(31, 10));
+    }
+
+    // Every sample program goes controller -> row -> record unchanged, and a
+    // program written under a two-digit number comes back the same way.
+    void simulatorRoundTrip()
+    {
+        ControllerEngine engine;
+        const auto params = SegmentCodec::WriteParameters::fromList({-1999, 9999, 0, 4, 50});
+        auto send = [&engine](const QByteArray& bytes) {
+            return QString::fromLatin1(engine.feed(bytes));
+        };
+        QList<QStringList> rows;
+        for (int program = 1; program <= 3; ++program) {
+            QCOMPARE(checkReply(send(frame(Command::OpenRead, program))).outcome,
+                     ReplyOutcome::Accepted);
+            for (int s = 1; s <= engine.programs().segmentCount(program); ++s) {
+                const QString text = send(frame(Command::Read, program, s));
+                QCOMPARE(checkReply(text).outcome, ReplyOutcome::Accepted);
+                const QString field = segmentField(text, program, s);
+                QCOMPARE(field.size(), segmentFieldLength(s));
+                QStringList row = SegmentCodec::recordToRow(s, field);
+                if (program == 1)
+                    rows << row;
+                QString record;
+                QStringList errors;
+                QVERIFY2(SegmentCodec::CSV2HEX(params, s, row, record, errors),
+                         qPrintable(errors.join('\n')));
+                QCOMPARE(record.toLatin1(), engine.programs().segment(program, s));
+            }
+            send(frame(Command::Close, program));
+        }
+        QVERIFY(rows.size() >= 2);
+
+        QCOMPARE(checkReply(send(frame(Command::OpenWrite, 12))).outcome, ReplyOutcome::Accepted);
+        for (int s = 1; s <= 10; ++s) {
+            QString record;
+            QStringList errors;
+            QVERIFY(SegmentCodec::validateDataRow(params, s == 1 ? 1 : 2, rows, record, errors));
+            QCOMPARE(checkReply(send(frame(Command::Write, 12, s, record))).outcome,
+                     ReplyOutcome::Accepted);
+        }
+        send(frame(Command::Close, 12));
+        send(frame(Command::OpenRead, 12));
+        const QString text = send(frame(Command::Read, 12, 10));
+        QCOMPARE(segmentField(text, 12, 10).left(SegmentCodec::ShortRecordLength).toLatin1(),
+                 engine.programs().segment(1, 2));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestControllerFrames)
+#include "tst_controllerframes.moc"

@@ -1,0 +1,250 @@
+#include "tests/support/scriptedport.h"
+
+#include <QDeadlineTimer>
+#include <QMutexLocker>
+
+#include <algorithm>
+#include <cstring>
+
+namespace
+{
+constexpr char STX = 0x02;
+constexpr char ETX = 0x03;
+} // namespace
+
+ScriptedPort::Answer ScriptedPort::Answer::withReply(const QByteArray& bytes, int emptyReadsBefore)
+{
+    Answer a;
+    a.kind = Kind::Reply;
+    a.reply = bytes;
+    a.emptyReadsBefore = emptyReadsBefore;
+    return a;
+}
+
+ScriptedPort::Answer ScriptedPort::Answer::noReply()
+{
+    return Answer();
+}
+
+ScriptedPort::Answer ScriptedPort::Answer::shortWrite(int count)
+{
+    Answer a;
+    a.kind = Kind::ShortWrite;
+    a.writtenCount = count;
+    return a;
+}
+
+ScriptedPort::ScriptedPort() = default;
+
+QByteArray ScriptedPort::framed(const QByteArray& text)
+{
+    return STX + text + ETX + "\r\n";
+}
+
+QByteArray ScriptedPort::commandOf(const QByteArray& frame)
+{
+    const int start = frame.indexOf(STX);
+    const int end = frame.indexOf(ETX, start + 1);
+    if (start < 0 || end < 0)
+        return frame;
+    return frame.mid(start + 1, end - start - 1);
+}
+
+void ScriptedPort::addAnswer(const QByteArray& key, const Answer& answer, int times)
+{
+    QMutexLocker lock(&mutex);
+    rules.append(Rule{key, answer, times});
+}
+
+void ScriptedPort::setDefaultAnswer(const Answer& answer)
+{
+    QMutexLocker lock(&mutex);
+    defaultAnswer = answer;
+}
+
+void ScriptedPort::setRetryCount(int count)
+{
+    QMutexLocker lock(&mutex);
+    retries = count;
+}
+
+void ScriptedPort::reset()
+{
+    QMutexLocker lock(&mutex);
+    rules.clear();
+    defaultAnswer = Answer();
+    log.clear();
+    pendingInput.clear();
+    pendingEmptyReads = 0;
+}
+
+QList<ScriptedPort::Event> ScriptedPort::events() const
+{
+    QMutexLocker lock(&mutex);
+    return log;
+}
+
+QList<QByteArray> ScriptedPort::sentFrames() const
+{
+    QMutexLocker lock(&mutex);
+    QList<QByteArray> frames;
+    for (const Event& e : log) {
+        if (e.kind == Event::Kind::Write)
+            frames << e.data;
+    }
+    return frames;
+}
+
+QList<QByteArray> ScriptedPort::sentCommands() const
+{
+    QList<QByteArray> commands;
+    for (const QByteArray& frame : sentFrames())
+        commands << commandOf(frame);
+    return commands;
+}
+
+int ScriptedPort::unpreparedWrites() const
+{
+    QMutexLocker lock(&mutex);
+    int count = 0;
+    bool prepared = false;
+    for (const Event& e : log) {
+        if (e.kind == Event::Kind::Option && e.optionCode == OptionPrepareCommand)
+            prepared = e.optionValue == QVariant(0);
+        if (e.kind == Event::Kind::Write) {
+            if (!prepared)
+                ++count;
+            prepared = false;
+        }
+    }
+    return count;
+}
+
+QList<int> ScriptedPort::readLimits() const
+{
+    QMutexLocker lock(&mutex);
+    QList<int> limits;
+    for (const Event& e : log) {
+        if (e.kind == Event::Kind::Read)
+            limits << e.maxLength;
+    }
+    return limits;
+}
+
+bool ScriptedPort::waitForWrites(int count, int timeoutMs) const
+{
+    QDeadlineTimer deadline(timeoutMs);
+    QMutexLocker lock(&mutex);
+    auto writes = [this] {
+        return int(std::count_if(log.cbegin(), log.cend(),
+                                 [](const Event& e) { return e.kind == Event::Kind::Write; }));
+    };
+    while (writes() < count) {
+        if (!written.wait(&mutex, deadline))
+            return writes() >= count;
+    }
+    return true;
+}
+
+bool ScriptedPort::open()
+{
+    QMutexLocker lock(&mutex);
+    opened = true;
+    return true;
+}
+
+void ScriptedPort::close()
+{
+    QMutexLocker lock(&mutex);
+    opened = false;
+}
+
+bool ScriptedPort::isOpen() const
+{
+    QMutexLocker lock(&mutex);
+    return opened;
+}
+
+int ScriptedPort::readBytes(char* buffer, int maxLength)
+{
+    QMutexLocker lock(&mutex);
+    Event e;
+    e.kind = Event::Kind::Read;
+    e.maxLength = maxLength;
+    if (pendingEmptyReads > 0) {
+        --pendingEmptyReads;
+    } else if (buffer && maxLength > 0) {
+        e.data = pendingInput.left(maxLength);
+        pendingInput.remove(0, e.data.size());
+        if (!e.data.isEmpty())
+            std::memcpy(buffer, e.data.constData(), size_t(e.data.size()));
+    }
+    log.append(e);
+    return e.data.size();
+}
+
+QString ScriptedPort::portName() const
+{
+    return QStringLiteral("scripted");
+}
+
+int ScriptedPort::writeBytes(const char* data, int length)
+{
+    QMutexLocker lock(&mutex);
+    Event e;
+    e.kind = Event::Kind::Write;
+    e.data = (data && length > 0) ? QByteArray(data, length) : QByteArray();
+    log.append(e);
+    written.wakeAll();
+
+    const Answer answer = answerFor(commandOf(e.data));
+    switch (answer.kind) {
+    case Answer::Kind::Reply:
+        pendingInput += answer.reply;
+        pendingEmptyReads = answer.emptyReadsBefore;
+        return e.data.size();
+    case Answer::Kind::NoReply:
+        return e.data.size();
+    case Answer::Kind::ShortWrite:
+        return answer.writtenCount;
+    }
+    return e.data.size();
+}
+
+bool ScriptedPort::setOption(int code, const QVariant& value)
+{
+    QMutexLocker lock(&mutex);
+    Event e;
+    e.kind = Event::Kind::Option;
+    e.optionCode = code;
+    e.optionValue = value;
+    log.append(e);
+    if (code == OptionPrepareCommand) {
+        pendingInput.clear();
+        pendingEmptyReads = 0;
+    }
+    return true;
+}
+
+int ScriptedPort::retryCount()
+{
+    QMutexLocker lock(&mutex);
+    return retries;
+}
+
+// Called with the mutex held.
+ScriptedPort::Answer ScriptedPort::answerFor(const QByteArray& command)
+{
+    for (int i = 0; i < rules.size(); ++i) {
+        Rule& rule = rules[i];
+        const bool matches =
+            rule.key.isEmpty() || command == rule.key || command.startsWith(rule.key + ',');
+        if (!matches)
+            continue;
+        const Answer answer = rule.answer;
+        if (rule.remaining != Forever && --rule.remaining <= 0)
+            rules.removeAt(i);
+        return answer;
+    }
+    return defaultAnswer;
+}

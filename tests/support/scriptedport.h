@@ -1,0 +1,117 @@
+#ifndef SCRIPTEDPORT_H
+#define SCRIPTEDPORT_H
+
+#include "driver/abstractdeviceinterface.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QMutex>
+#include <QVariant>
+#include <QWaitCondition>
+
+// An in-memory port object for unit tests and fuzzing: it records every
+// call the worker makes and answers each command from a script.
+//
+// A command is the text between STX and ETX of a written frame. A script
+// rule's key matches a command that equals it or starts with key + ",", so
+// "0100XFR,1,1" matches the read of segment 1 but not of segment 10, and
+// "0100XFR" matches every read; an empty key matches every command. Rules
+// are tried in the order they were added; each answers a limited number of
+// times (or for ever) and is then used up. A command no rule matches gets
+// the default answer (no reply unless set otherwise).
+//
+// Input handling: an answer's reply becomes the pending input, appended to
+// whatever input is still unread; setOption(OptionPrepareCommand, ...)
+// drops unread input, as the runtime's ports do. readBytes hands out at
+// most maxLength bytes and keeps the rest for the next read.
+//
+// Thread-safe: the worker calls the port from its own thread while the test
+// thread scripts it and inspects the log.
+class ScriptedPort : public AbstractDeviceInterface
+{
+public:
+    struct Answer {
+        enum class Kind { Reply, NoReply, ShortWrite };
+        Kind kind = Kind::NoReply;
+        QByteArray reply;
+        // Reads that find nothing before the reply is there.
+        int emptyReadsBefore = 0;
+        // What writeBytes returns for a short write.
+        int writtenCount = 0;
+
+        static Answer withReply(const QByteArray& bytes, int emptyReadsBefore = 0);
+        static Answer noReply();
+        // writeBytes returns count instead of the frame's length; the
+        // controller answers nothing.
+        static Answer shortWrite(int count);
+    };
+
+    struct Event {
+        enum class Kind { Option, Write, Read };
+        Kind kind = Kind::Option;
+        int optionCode = 0;   // Option
+        QVariant optionValue; // Option
+        QByteArray data;      // Write: the bytes sent; Read: the bytes handed out
+        int maxLength = 0;    // Read
+    };
+
+    static constexpr int Forever = -1;
+
+    ScriptedPort();
+
+    // Frames: STX text ETX CR LF, handy for building replies.
+    static QByteArray framed(const QByteArray& text);
+    // The text between STX and ETX of a frame (the whole frame if it is not
+    // one).
+    static QByteArray commandOf(const QByteArray& frame);
+
+    void addAnswer(const QByteArray& key, const Answer& answer, int times = 1);
+    void setDefaultAnswer(const Answer& answer);
+    void setRetryCount(int count);
+    // Forgets the script, the log and any pending input.
+    void reset();
+
+    QList<Event> events() const;
+    // The frames written, in order, whatever their answer.
+    QList<QByteArray> sentFrames() const;
+    // commandOf() of each sent frame.
+    QList<QByteArray> sentCommands() const;
+    // Number of sent frames that were not directly preceded (since the
+    // previous write) by setOption(OptionPrepareCommand, 0).
+    int unpreparedWrites() const;
+    // maxLength of every readBytes call, in order.
+    QList<int> readLimits() const;
+    // Blocks until at least count frames have been written or timeoutMs
+    // passes; true when they were.
+    bool waitForWrites(int count, int timeoutMs) const;
+
+    bool open() override;
+    void close() override;
+    bool isOpen() const override;
+    int readBytes(char* buffer, int maxLength) override;
+    QString portName() const override;
+    int writeBytes(const char* data, int length) override;
+    bool setOption(int code, const QVariant& value) override;
+    int retryCount() override;
+
+private:
+    struct Rule {
+        QByteArray key;
+        Answer answer;
+        int remaining = 1;
+    };
+
+    Answer answerFor(const QByteArray& command);
+
+    mutable QMutex mutex;
+    mutable QWaitCondition written;
+    QList<Rule> rules;
+    Answer defaultAnswer;
+    QList<Event> log;
+    QByteArray pendingInput;
+    int pendingEmptyReads = 0;
+    int retries = 0;
+    bool opened = false;
+};
+
+#endif
