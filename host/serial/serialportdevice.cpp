@@ -1,12 +1,19 @@
 #include "host/serial/serialportdevice.h"
 
+#include <QEventLoop>
 #include <QFileInfo>
 #include <QLoggingCategory>
-#include <QMutexLocker>
 #include <QSerialPort>
+#include <QSocketNotifier>
 
+#include <condition_variable>
+#include <deque>
+#include <thread>
+
+#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcSerial, "dcp.host.serial", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcSerialWire, "dcp.host.serial.wire", QtWarningMsg)
@@ -44,51 +51,144 @@ QString openErrorText(const QString& path, QSerialPort::SerialPortError code, co
 
 } // namespace
 
+// The I/O thread: owns the QSerialPort and runs the callers' jobs, which
+// arrive through a queue and an eventfd watched by its event loop.
+class SerialPortDevice::IoThread
+{
+public:
+    explicit IoThread(SerialPortDevice& device) : device(device)
+    {
+        wakeUp = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    }
+    ~IoThread() { ::close(wakeUp); }
+
+    // Blocks until the thread has created the port.
+    void startAndWait()
+    {
+        thread = std::thread([this] { run(); });
+        std::unique_lock<std::mutex> lock(jobMutex);
+        jobDone.wait(lock, [this] { return ready; });
+    }
+
+    void stop()
+    {
+        call([this] { eventLoop->quit(); });
+        thread.join();
+    }
+
+    void call(const std::function<void()>& job)
+    {
+        if (std::this_thread::get_id() == thread.get_id()) {
+            job();
+            return;
+        }
+        Job pending{&job, false};
+        std::unique_lock<std::mutex> lock(jobMutex);
+        jobs.push_back(&pending);
+        const quint64 one = 1;
+        const ssize_t ignored = ::write(wakeUp, &one, sizeof one);
+        (void)ignored;
+        jobDone.wait(lock, [&] { return pending.done; });
+    }
+
+private:
+    // A plain thread with a Qt event loop of its own (Qt adopts it): joining
+    // it is an ordering ThreadSanitizer understands, QThread::wait is not.
+    void run()
+    {
+        QEventLoop loop;
+        eventLoop = &loop;
+        QSerialPort serial;
+        QSocketNotifier notifier(wakeUp, QSocketNotifier::Read);
+        QObject::connect(&notifier, &QSocketNotifier::activated, [this] { runJobs(); });
+        QObject::connect(&serial, &QSerialPort::readyRead, [this] { device.onReadyRead(); });
+        QObject::connect(&serial, &QSerialPort::errorOccurred,
+                         [this, &serial](QSerialPort::SerialPortError code) {
+                             // The device vanished (USB adapter pulled): the port is gone.
+                             if (code == QSerialPort::ResourceError && serial.isOpen()) {
+                                 device.setError(QStringLiteral("Port %1 failed: %2")
+                                                     .arg(device.name, serial.errorString()));
+                                 serial.close();
+                                 device.opened = false;
+                             }
+                         });
+        device.port = &serial;
+        {
+            std::lock_guard<std::mutex> lock(jobMutex);
+            ready = true;
+        }
+        jobDone.notify_all();
+        loop.exec();
+        serial.close();
+        device.port = nullptr;
+    }
+
+    struct Job {
+        const std::function<void()>* function;
+        bool done;
+    };
+
+    void runJobs()
+    {
+        quint64 count = 0;
+        const ssize_t ignored = ::read(wakeUp, &count, sizeof count);
+        (void)ignored;
+        for (;;) {
+            Job* job = nullptr;
+            {
+                std::lock_guard<std::mutex> lock(jobMutex);
+                if (jobs.empty())
+                    return;
+                job = jobs.front();
+                jobs.pop_front();
+            }
+            (*job->function)();
+            {
+                std::lock_guard<std::mutex> lock(jobMutex);
+                job->done = true;
+            }
+            jobDone.notify_all();
+        }
+    }
+
+    SerialPortDevice& device;
+    int wakeUp = -1;
+    std::mutex jobMutex;
+    std::condition_variable jobDone;
+    std::deque<Job*> jobs;
+    bool ready = false;
+    std::thread thread;
+    QEventLoop* eventLoop = nullptr;
+};
+
 SerialPortDevice::SerialPortDevice(const QString& portName, const SerialSettings& settings,
                                    int retryCount)
-    : name(portName), retries(qMax(0, retryCount)), lineSettings(settings)
+    : name(portName), io(new IoThread(*this)), retries(qMax(0, retryCount)), lineSettings(settings)
 {
-    ioContext = new QObject;
-    port = new QSerialPort(ioContext);
-    ioContext->moveToThread(&ioThread);
-    // Collect in the I/O thread, as soon as bytes arrive, so that readBytes
-    // sees everything the line has delivered without waiting on that thread.
-    QObject::connect(port, &QSerialPort::readyRead, ioContext, [this] {
-        const QByteArray data = port->readAll();
-        qCDebug(lcSerialWire) << name << "received" << data;
-        QMutexLocker lock(&mutex);
-        inbox += data;
-        if (inbox.size() > InboxLimit)
-            inbox.remove(0, inbox.size() - InboxLimit);
-    });
-    QObject::connect(
-        port, &QSerialPort::errorOccurred, ioContext, [this](QSerialPort::SerialPortError code) {
-            // The device vanished (USB adapter pulled): the port is gone.
-            if (code == QSerialPort::ResourceError && port->isOpen()) {
-                setError(QStringLiteral("Port %1 failed: %2").arg(name, port->errorString()));
-                port->close();
-                opened = false;
-            }
-        });
-    ioThread.setObjectName(QStringLiteral("serial-io"));
-    ioThread.start();
+    io->startAndWait();
 }
 
 SerialPortDevice::~SerialPortDevice()
 {
     close();
-    ioThread.quit();
-    ioThread.wait();
-    delete ioContext; // its thread has ended: no event can reach it any more
+    io->stop();
 }
 
-template <typename F> void SerialPortDevice::inIoThread(F&& function)
+void SerialPortDevice::inIoThread(const std::function<void()>& job)
 {
-    if (QThread::currentThread() == &ioThread)
-        function();
-    else
-        QMetaObject::invokeMethod(ioContext, std::forward<F>(function),
-                                  Qt::BlockingQueuedConnection);
+    io->call(job);
+}
+
+void SerialPortDevice::onReadyRead()
+{
+    // Collect as soon as bytes arrive, so that readBytes sees everything the
+    // line has delivered without waiting on this thread.
+    const QByteArray data = port->readAll();
+    qCDebug(lcSerialWire) << name << "received" << data;
+    std::lock_guard<std::mutex> lock(mutex);
+    inbox += data;
+    if (inbox.size() > InboxLimit)
+        inbox.remove(0, inbox.size() - InboxLimit);
 }
 
 bool SerialPortDevice::setSettings(const QString& text)
@@ -99,32 +199,32 @@ bool SerialPortDevice::setSettings(const QString& text)
         setError(why);
         return false;
     }
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     lineSettings = parsed;
     return true;
 }
 
 SerialSettings SerialPortDevice::settings() const
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     return lineSettings;
 }
 
 QString SerialPortDevice::errorString() const
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     return error;
 }
 
 QStringList SerialPortDevice::warnings() const
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     return refusedSettings;
 }
 
 void SerialPortDevice::setError(const QString& text)
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     error = text;
 }
 
@@ -171,7 +271,7 @@ bool SerialPortDevice::openInIoThread()
         qCInfo(lcSerial).noquote() << name << "is a pseudo-terminal: going on without" << r;
     port->clear(QSerialPort::Input);
     {
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         refusedSettings = refused;
         inbox.clear();
         error.clear();
@@ -186,7 +286,7 @@ void SerialPortDevice::close()
         if (port->isOpen())
             port->close();
         opened = false;
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         inbox.clear();
     });
 }
@@ -195,7 +295,7 @@ int SerialPortDevice::readBytes(char* buffer, int maxLength)
 {
     if (!buffer || maxLength <= 0)
         return 0;
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     const int n = qMin(maxLength, inbox.size());
     memcpy(buffer, inbox.constData(), size_t(n));
     inbox.remove(0, n);
@@ -232,7 +332,7 @@ bool SerialPortDevice::setOption(int code, const QVariant& value)
             port->readAll();
             port->clear(QSerialPort::Input);
         }
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         inbox.clear();
     });
     return true;

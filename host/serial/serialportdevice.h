@@ -5,11 +5,12 @@
 #include "host/serial/serialsettings.h"
 
 #include <QByteArray>
-#include <QMutex>
 #include <QStringList>
-#include <QThread>
 
 #include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
 
 class QSerialPort;
 
@@ -20,7 +21,9 @@ class QSerialPort;
 // So the QSerialPort lives in a private I/O thread with its own event loop:
 // received bytes are collected there into a locked inbox that readBytes
 // drains without blocking, and every other operation runs in the I/O thread
-// through a blocking queued call.
+// as a job that the caller waits for. Jobs are handed over with a standard
+// mutex and an eventfd rather than Qt's queued calls, so that the hand-over
+// is visible to ThreadSanitizer.
 class SerialPortDevice : public AbstractDeviceInterface
 {
 public:
@@ -62,18 +65,21 @@ public:
     int retryCount() override { return retries; }
 
 private:
-    template <typename F> void inIoThread(F&& function);
+    class IoThread;
+
+    // Runs job in the I/O thread and returns when it has run.
+    void inIoThread(const std::function<void()>& job);
     bool openInIoThread();
+    void onReadyRead();
     void setError(const QString& text);
 
     const QString name;
-    QThread ioThread;
-    QObject* ioContext = nullptr; // lives in ioThread; parent of the port
-    QSerialPort* port = nullptr;
+    std::unique_ptr<IoThread> io;
+    QSerialPort* port = nullptr; // owned by and used in the I/O thread only
     std::atomic<bool> opened{false};
     std::atomic<int> retries;
 
-    mutable QMutex mutex; // guards everything below
+    mutable std::mutex mutex; // guards everything below
     QByteArray inbox;
     SerialSettings lineSettings;
     QString error;

@@ -2,6 +2,8 @@
 
 #include "host/serial/serialportdevice.h"
 
+#include <thread>
+
 namespace
 {
 
@@ -176,12 +178,11 @@ void TestSerialPortDevice::writeInOneThreadReadInAnother()
                                   "0100X00"};
     for (int i = 0; i < requests.size(); ++i) {
         int written = 0;
-        QScopedPointer<QThread> writer(QThread::create([&] {
+        std::thread writer([&] {
             port.setOption(AbstractDeviceInterface::OptionPrepareCommand, QVariant(0));
             written = send(port, requests.at(i));
-        }));
-        writer->start();
-        QVERIFY(writer->wait(5000));
+        });
+        writer.join();
         QCOMPARE(written, requests.at(i).size() + 4);
         const QByteArray reply = readReply(port);
         QVERIFY2(reply.startsWith('\x02' + expected.at(i)), reply.constData());
