@@ -1,0 +1,222 @@
+#include "driver/fileaccessor.h"
+
+#include "driver/logging.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTextStream>
+#include <QThread>
+#include <QVariant>
+
+#include <unistd.h>
+
+namespace
+{
+
+const char MessageTitle[] = "DCP30";
+
+// Test-only speed-up of the fixed waits: DCP30_WAIT_PERCENT=1..100 (percent
+// of the real waits). Anything else means the real waits.
+int waitPercentFromEnvironment()
+{
+    const QByteArray text = qgetenv("DCP30_WAIT_PERCENT");
+    if (text.isEmpty())
+        return 100;
+    bool ok = false;
+    const int percent = text.trimmed().toInt(&ok);
+    if (!ok || percent < 1 || percent > 100) {
+        qCWarning(dcp30Event) << "DCP30_WAIT_PERCENT" << text
+                              << "is not 1..100; using the real waits";
+        return 100;
+    }
+    return percent;
+}
+
+// The runtime publishes its objects as application properties holding the
+// object's address as an unsigned integer. Null when the property is absent
+// or does not convert.
+QObject* applicationObject(const char* property)
+{
+    const QCoreApplication* app = QCoreApplication::instance();
+    if (!app)
+        return nullptr;
+    bool ok = false;
+    const qulonglong address = app->property(property).toULongLong(&ok);
+    if (!ok || address == 0)
+        return nullptr;
+    return reinterpret_cast<QObject*>(static_cast<quintptr>(address));
+}
+
+} // namespace
+
+FileAccessor::FileAccessor(QObject* parent)
+    : QObject(parent), waitScalePercent(waitPercentFromEnvironment())
+{
+    if (QObject* centre = applicationObject("MessageCenter")) {
+        // Automatic connection: queued into the message centre's thread once
+        // this worker lives in its own thread.
+        if (!connect(this, SIGNAL(showMessage(QString, QString, bool)), centre,
+                     SLOT(showMessageAsync(QString, QString, bool))))
+            qCWarning(dcp30Event)
+                << "message centre has no slot showMessageAsync(QString,QString,bool)";
+    } else {
+        qCInfo(dcp30Event) << "no message centre: the worker's messages go nowhere";
+    }
+}
+
+FileAccessor::~FileAccessor() = default;
+
+void FileAccessor::setInterface(AbstractDeviceInterface* port)
+{
+    device.store(port, std::memory_order_relaxed);
+}
+
+void FileAccessor::requestAbort()
+{
+    abortFlag.store(true, std::memory_order_relaxed);
+}
+
+bool FileAccessor::abortRequested() const
+{
+    return abortFlag.load(std::memory_order_relaxed);
+}
+
+bool FileAccessor::pause(int ms)
+{
+    const qint64 total = ms <= 0 ? 0 : qMax<qint64>(1, qint64(ms) * waitScalePercent / 100);
+    QElapsedTimer clock;
+    clock.start();
+    for (;;) {
+        if (abortRequested())
+            return false;
+        const qint64 left = total - clock.elapsed();
+        if (left <= 0)
+            return true;
+        QThread::msleep(static_cast<unsigned long>(qMin<qint64>(left, PauseSliceMs)));
+    }
+}
+
+void FileAccessor::readProgramFileProcess(int progID, int segmentCnt, int storageType)
+{
+    transferStorageType = storageType;
+    bool ok = false;
+    getFileName(progID, ok); // only tests the medium; the workflow names its files itself
+    if (!ok) {
+        emit setRF(false);
+        return;
+    }
+    // The read workflow continues here: open the controller's program file,
+    // read segmentCnt segments into the program table, close, save the table
+    // on the medium, then write the read error log when messages were left.
+    // Until it exists the request ends at once, so "RF0" drops.
+    qCWarning(dcp30Event) << "program read of" << progID << "with" << segmentCnt
+                          << "segments: workflow not available";
+    emit setRF(false);
+}
+
+void FileAccessor::writeProgramFileProcess(QList<int> paras, int progID, int segmentCnt,
+                                           int storageType)
+{
+    transferStorageType = storageType;
+    bool ok = false;
+    getFileName(progID, ok); // only tests the medium
+    if (!ok) {
+        emit setWF(false);
+        return;
+    }
+    setParameters(paras);
+    // The write workflow continues here: load the program file, check and
+    // encode segmentCnt rows, open the controller's program file, write the
+    // valid segments, close, then write the write error log when messages
+    // were left. Until it exists the request ends at once, so "WF0" drops.
+    qCWarning(dcp30Event) << "program write of" << progID << "with" << segmentCnt
+                          << "segments: workflow not available";
+    emit setWF(false);
+}
+
+QString FileAccessor::getStorageMountPath(int storageType)
+{
+    QObject* deviceObject = applicationObject("KDevice");
+    if (!deviceObject)
+        return QString();
+    // The device object numbers the media from 1 (USB stick); every code
+    // above 0 is the SD card family, passed on as code + 1.
+    const int medium = storageType > 0 ? storageType + 1 : 1;
+    QString path;
+    // Direct call in this thread: the device object must tolerate callers
+    // from foreign threads.
+    if (!QMetaObject::invokeMethod(deviceObject, "getMount", Qt::DirectConnection,
+                                   Q_RETURN_ARG(QString, path), Q_ARG(int, medium))) {
+        qCWarning(dcp30Event) << "device object has no invokable getMount(int)";
+        return QString();
+    }
+    return path;
+}
+
+void FileAccessor::setParameters(QList<qint32> paras)
+{
+    int* const targets[] = {&spLowLimit, &spHighLimit, &ev1Type, &ev2Type, &ev3Type};
+    if (paras.size() < 5)
+        qCWarning(dcp30Event) << "write parameters: expected 5, got" << paras.size();
+    for (int i = 0; i < 5 && i < paras.size(); ++i)
+        *targets[i] = paras.at(i);
+}
+
+QString FileAccessor::pathOnMedium(const QString& name, bool& ok)
+{
+    ok = true;
+    const QString mount = getStorageMountPath(transferStorageType);
+    if (!mount.isEmpty())
+        return mount + QDir::separator() + name;
+    ok = false;
+    const QString medium =
+        transferStorageType > 0 ? QStringLiteral("SD Card") : QStringLiteral("USB Stick");
+    qCInfo(dcp30Event) << medium << "not mounted";
+    emit showMessage(QString::fromLatin1(MessageTitle),
+                     QStringLiteral("The system can't not detect the %1.").arg(medium), true);
+    return QString();
+}
+
+QString FileAccessor::getFileName(int programID, bool& ok)
+{
+    return pathOnMedium(QStringLiteral("PROG_%1.txt").arg(programID), ok);
+}
+
+QString FileAccessor::getErrorLogFileName(int type, int programID, bool& ok)
+{
+    const QString kind = type == 1 ? QStringLiteral("WRITE") : QStringLiteral("READ");
+    return pathOnMedium(QStringLiteral("%1_PROG_%2_ERROR.txt").arg(kind).arg(programID), ok);
+}
+
+bool FileAccessor::writeErrorLog(int type, int programID, QStringList errorList)
+{
+    if (type == 1)
+        emit setWE(true);
+    else
+        emit setRE(true);
+    // The first line names no program: the panel's log viewer expects it as is.
+    errorList.prepend(QStringLiteral("Program 1:"));
+    bool ok = false;
+    const QString fileName = getErrorLogFileName(type, programID, ok);
+    if (!ok)
+        return false;
+    QFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+        // Nobody to tell beyond the flag already raised: the medium refuses.
+        qCWarning(dcp30Event) << "cannot write error log" << fileName << file.errorString();
+        return false;
+    }
+    {
+        QTextStream stream(&file);
+        stream << errorList.join(QLatin1Char('\n'));
+    }
+    file.close();
+    const bool written = file.error() == QFileDevice::NoError;
+    if (!written)
+        qCWarning(dcp30Event) << "error log" << fileName << "incomplete:" << file.errorString();
+    // The panel's user may pull the medium as soon as the flag shows.
+    ::sync();
+    return written;
+}
