@@ -66,9 +66,11 @@ bool checkValueRange(const WriteParameters& params, const QString& cellTitle, qi
 
 // Converts the first cell of inDatas (removing it) as a plain integer cell
 // titled cellTitle. "----" gives "7FFF" without a range check. Numbers are
-// parsed as QString::toInt does: blanks around the digits and a leading '+'
-// are accepted, anything else (inner blanks, decimal points, non-ASCII
-// digits or minus signs) is a format error. decCellIntValue is -1 for
+// parsed as QString::toInt does: white space around the digits, a leading
+// '+' and the Unicode minus sign (U+2212) are accepted; inner blanks,
+// decimal points, other dashes and non-ASCII digits are format errors (the
+// hours and minutes of TIME and of the T cells are parsed the same way,
+// TIME's as unsigned numbers). decCellIntValue is -1 for
 // "----", 0 for a cell that is no number, else the number. Hex text is
 // appended to outData only while noError holds; any error clears noError.
 // A missing cell counts as an empty one.
@@ -80,6 +82,13 @@ bool CSVCell2HEX(const WriteParameters& params, QStringList& inDatas, QString& o
 // (120 digits for segment 1, 92 otherwise) to outData; every problem goes to
 // errorList in column order. inDatas is consumed. Returns true when the row
 // has no error; otherwise outData holds an incomplete record.
+//
+// A row whose cell count is wrong gets the single message "The number of
+// cells is incorrect. Found N cells, but M are required." (N counted after
+// the label and, for segments other than 1, the last four cells are
+// dropped; a row too short for that counts 0) and no cell is examined.
+// A T pair must be ascending only when both cells hold times; a time out of
+// range still counts, "----" (unset) and a cell with a format error do not.
 bool CSV2HEX(const WriteParameters& params, int segment, QStringList& inDatas, QString& outData,
              QStringList& errorList);
 

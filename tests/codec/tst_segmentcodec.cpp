@@ -1,0 +1,483 @@
+#include <QtTest>
+
+#include "driver/segmentcodec.h"
+
+#include <QRandomGenerator>
+
+using namespace SegmentCodec;
+using Changes = QMap<int, QString>;
+using Words = QMap<int, QString>;
+
+namespace
+{
+
+// EV1 a PV event, EV2 an absolute value deviation event, EV3 a time event.
+const WriteParameters params = WriteParameters::fromList({-1999, 9999, 0, 4, 50});
+
+QStringList validRow(int segment)
+{
+    return QStringList{QString("SEG%1").arg(segment),
+                       "100",
+                       "01:30",
+                       "10",
+                       "20",
+                       "0",
+                       "30",
+                       "5",
+                       "10",
+                       "1.00",
+                       "2.00",
+                       "----",
+                       "----",
+                       "----",
+                       "----",
+                       "----",
+                       "----",
+                       "----",
+                       "----",
+                       "1",
+                       "----",
+                       "----",
+                       "0",
+                       "1",
+                       "0",
+                       "AB"};
+}
+
+// A record of the given length: "0000" words, some of them replaced.
+QString record(int length, const Words& words)
+{
+    QString r(length, QLatin1Char('0'));
+    for (auto it = words.cbegin(); it != words.cend(); ++it)
+        r.replace(it.key() * 4, it.value().size(), it.value());
+    return r;
+}
+
+QString hexWord(int value)
+{
+    return QString::number(quint16(value), 16).toUpper().rightJustified(4, QLatin1Char('0'));
+}
+
+} // namespace
+
+class TestSegmentCodec : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void header()
+    {
+        QList<QStringList> table;
+        generalHead(table);
+        QCOMPARE(table.size(), 1);
+        const QStringList& h = table.first();
+        QCOMPARE(h.size(), ColumnCount);
+        QCOMPARE(h.first(), QString("-"));
+        QCOMPARE(h.at(9), QString("T1 1st"));
+        QCOMPARE(h.at(20), QString("G.S"));
+        QCOMPARE(h.last(), QString("Tag"));
+    }
+
+    void decode_data()
+    {
+        QTest::addColumn<int>("segment");
+        QTest::addColumn<QString>("indata");
+        QTest::addColumn<int>("column");
+        QTest::addColumn<QString>("cell");
+        auto longRec = [](const Words& w) { return record(LongRecordLength, w); };
+        auto shortRec = [](const Words& w) { return record(ShortRecordLength, w); };
+        QTest::newRow("label") << 12 << shortRec({}) << 0 << "SEG12";
+        QTest::newRow("TIME 5999") << 2 << shortRec({{1, "176F"}}) << 2 << "99:59";
+        QTest::newRow("TIME 90") << 2 << shortRec({{1, "005A"}}) << 2 << "01:30";
+        QTest::newRow("TIME 0") << 2 << shortRec({}) << 2 << "00:00";
+        QTest::newRow("T 90") << 2 << shortRec({{9, "005A"}}) << 9 << "1.30";
+        QTest::newRow("T 5") << 2 << shortRec({{12, "0005"}}) << 12 << "0.05";
+        QTest::newRow("T 5999") << 2 << shortRec({{18, "176F"}}) << 18 << "99.59";
+        QTest::newRow("T unset") << 2 << shortRec({{10, "7FFF"}}) << 10 << "----";
+        QTest::newRow("EV -1") << 2 << shortRec({{3, "FFFF"}}) << 3 << "-1";
+        QTest::newRow("EV unset") << 2 << shortRec({{8, "7FFF"}}) << 8 << "----";
+        QTest::newRow("EV lower-case 7fff") << 2 << shortRec({{8, "7fff"}}) << 8 << "32767";
+        QTest::newRow("SP1 7FFF") << 2 << shortRec({{0, "7FFF"}}) << 1 << "32767";
+        QTest::newRow("PID1 7FFF") << 2 << shortRec({{19, "7FFF"}}) << 19 << "32767";
+        QTest::newRow("G.S unset") << 2 << shortRec({{21, "7FFF"}}) << 20 << "----";
+        QTest::newRow("G.S.TO") << 2 << shortRec({{22, "0064"}}) << 21 << "100";
+        QTest::newRow("P.STA") << 1 << longRec({{23, "0001"}}) << 22 << "1";
+        QTest::newRow("P.LIN 7FFF") << 1 << longRec({{25, "7FFF"}}) << 24 << "32767";
+        QTest::newRow("tag") << 1 << longRec({{26, "4142202020202020"}}) << 25 << "AB      ";
+        QTest::newRow("short: no P.STA") << 2 << shortRec({}) << 22 << "----";
+        QTest::newRow("short: no tag") << 2 << shortRec({}) << 25 << "----";
+        QTest::newRow("length decides, not segment 1")
+            << 1 << shortRec({{23, "0001"}}) << 22 << "----";
+        QTest::newRow("length decides, not segment 5")
+            << 5 << longRec({{24, "0010"}}) << 23 << "16";
+        QTest::newRow("101 chars is long") << 5 << record(101, {{23, "0003"}}) << 22 << "3";
+        QTest::newRow("100 chars is short") << 5 << record(100, {{23, "0003"}}) << 22 << "----";
+        // Each bad or missing digit is a 0 digit.
+        QTest::newRow("bad digit") << 2 << shortRec({{0, "1G23"}}) << 1 << "4131";
+        QTest::newRow("cut word") << 2 << "12" << 1 << "4608";
+        QTest::newRow("nothing") << 2 << "" << 2 << "00:00";
+        QTest::newRow("past 120 ignored")
+            << 1 << longRec({{29, "4142"}}) + "FFFF" << 25 << QString(6, QChar(0)) + "AB";
+    }
+    void decode()
+    {
+        QFETCH(int, segment);
+        QFETCH(QString, indata);
+        QFETCH(int, column);
+        QFETCH(QString, cell);
+        QList<QStringList> table;
+        HEX2CSV(segment, indata, table);
+        QCOMPARE(table.size(), 1);
+        QCOMPARE(table.first().size(), ColumnCount);
+        QCOMPARE(table.first().at(column), cell);
+    }
+
+    void decodeSkipsReservedWords()
+    {
+        const QString plain = record(LongRecordLength, {{1, "0010"}});
+        const QString filled = record(LongRecordLength, {{1, "0010"}, {2, "FFFF"}, {20, "ABCD"}});
+        QCOMPARE(recordToRow(1, filled), recordToRow(1, plain));
+    }
+
+    void decodeNeverFails()
+    {
+        QRandomGenerator random(7);
+        QStringList inputs{"", "7FF", QString(500, 'z'), QString(130, QChar(0xD800))};
+        for (int i = 0; i < 200; ++i) {
+            QString s;
+            for (int n = random.bounded(160); n > 0; --n)
+                s += QChar(ushort(random.bounded(0x80)));
+            inputs << s;
+        }
+        for (const QString& in : inputs) {
+            const QStringList row = recordToRow(3, in);
+            QCOMPARE(row.size(), ColumnCount);
+            QCOMPARE(row.first(), QString("SEG3"));
+        }
+    }
+
+    // Valid values of every column, drawn at random, survive
+    // record -> row -> record.
+    void roundTrip()
+    {
+        QRandomGenerator random(2024);
+        auto between = [&random](int low, int high) { return random.bounded(low, high + 1); };
+        auto maybeUnset = [&](int low, int high) {
+            return random.bounded(4) == 0 ? 0x7FFF : between(low, high);
+        };
+        const int firstLow[] = {-1999, 0, -100, 0, 0};
+        const int firstHigh[] = {9999, 9999, 1100, 5999, 5999};
+        const qint32 types[] = {1, 5, 11, 50, 3};
+        for (int i = 0; i < 600; ++i) {
+            const int segment = i % 2 ? 1 : between(2, 30);
+            int k[3];
+            for (int& kind : k)
+                kind = between(0, 4);
+            const auto p =
+                WriteParameters::fromList({-1999, 9999, types[k[0]], types[k[1]], types[k[2]]});
+            QList<int> words{between(-1999, 9999), between(0, 5999), 0};
+            for (int e = 0; e < 3; ++e) {
+                int first = maybeUnset(firstLow[k[e]], firstHigh[k[e]]);
+                int second = maybeUnset(0, 5999);
+                if (types[k[e]] == 50) {
+                    first = maybeUnset(0, 5999);
+                    second = first == 5999 ? 0x7FFF : between(qMax(first, -1) + 1, 5999);
+                    if (first == 0x7FFF)
+                        second = between(0, 5999);
+                }
+                words << first << second;
+            }
+            for (int t = 0; t < 5; ++t) {
+                const int first = maybeUnset(0, 5998);
+                const int second =
+                    first == 0x7FFF ? maybeUnset(0, 5999) : maybeUnset(first + 1, 5999);
+                words << first << second;
+            }
+            words << between(0, 8) << 0 << maybeUnset(0, 1000) << maybeUnset(0, 5999);
+            QString expected;
+            for (int w : words)
+                expected += hexWord(w);
+            if (segment == 1) {
+                expected +=
+                    hexWord(between(0, 1)) + hexWord(between(0, 9999)) + hexWord(between(0, 19));
+                for (int c = 0; c < 8; ++c)
+                    expected += QString::number(between(32, 95), 16).toUpper();
+            }
+            QStringList row = recordToRow(segment, expected);
+            QString encoded;
+            QStringList errors;
+            QVERIFY2(CSV2HEX(p, segment, row, encoded, errors),
+                     qPrintable(expected + ": " + errors.join(" | ")));
+            QCOMPARE(encoded, expected);
+        }
+    }
+
+    void ranges_data()
+    {
+        QTest::addColumn<int>("ev1Type");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<int>("value");
+        QTest::addColumn<QString>("message");
+        const QString out("%1 [%2] is out of range (%3 ~ %4).");
+        const QString pv("In case of PV type event; ");
+        const QString abs("In case of absolute value deviation event; ");
+        const QString mv("In case of MV/MFB event; ");
+        const QString time("In case of time event; ");
+        struct Edge {
+            int type;
+            const char* title;
+            int min;
+            int max;
+            QString prefix;
+        };
+        const Edge edges[] = {
+            {0, "EV1 1st", -1999, 9999, pv}, {1, "EV1 1st", -1999, 9999, pv},
+            {4, "EV1 1st", 0, 9999, abs},    {5, "EV1 1st", 0, 9999, abs},
+            {8, "EV1 1st", -100, 1100, mv},  {11, "EV1 1st", -100, 1100, mv},
+            {50, "EV1 1st", 0, 5999, time},  {2, "EV1 1st", 0, 5999, " "},
+            {12, "EV1 1st", 0, 5999, " "},   {-1, "EV1 1st", 0, 5999, " "},
+            {0, "EV1 2nd", 0, 5999, pv},     {8, "EV1 2nd", 0, 5999, mv},
+            {0, "EV2 1st", 0, 9999, abs},    {0, "EV3 2nd", 0, 5999, mv},
+            {0, "EV4 1st", 0, 5999, " "},    {0, "SP1", -10, 10, ""},
+            {0, "P.LIN", 0, 19, ""},         {0, "CYCL", 0, 9999, ""},
+            {0, "P.STA", 0, 1, ""},          {0, "G.S.", 0, 1000, ""},
+            {0, "G.S.TO", 0, 5999, ""},      {0, "PID1", 0, 8, ""},
+            {0, "TIME", 0, 5999, ""},        {0, "T5 2nd", 0, 5999, ""},
+        };
+        for (const Edge& e : edges) {
+            const QString name = QString("%1 type %2 ").arg(e.title).arg(e.type);
+            QTest::newRow(qPrintable(name + "min")) << e.type << e.title << e.min << QString();
+            QTest::newRow(qPrintable(name + "max")) << e.type << e.title << e.max << QString();
+            for (int v : {e.min - 1, e.max + 1})
+                QTest::newRow(qPrintable(name + QString::number(v)))
+                    << e.type << e.title << v
+                    << e.prefix + out.arg(e.title).arg(v).arg(e.min).arg(e.max);
+        }
+        for (const char* unchecked : {"G.S", "Tag", "T1st", "sp1"})
+            QTest::newRow(unchecked) << 0 << unchecked << 99999 << QString();
+    }
+    void ranges()
+    {
+        QFETCH(int, ev1Type);
+        QFETCH(QString, title);
+        QFETCH(int, value);
+        QFETCH(QString, message);
+        // EV2 an absolute value deviation event, EV3 an MV/MFB event.
+        const auto p = WriteParameters::fromList({-10, 10, ev1Type, 4, 8});
+        QString error("untouched");
+        QCOMPARE(checkValueRange(p, title, value, error), message.isEmpty());
+        QCOMPARE(error, message.isEmpty() ? QString("untouched") : message);
+    }
+
+    void cells_data()
+    {
+        QTest::addColumn<int>("segment");
+        QTest::addColumn<Changes>("changes");
+        QTest::addColumn<int>("word");
+        QTest::addColumn<QString>("hex");
+        QTest::addColumn<QStringList>("errors");
+        const QString noNumber("The format of %1 is incorrect.Maybe the negative symbol is not "
+                               "ASCII code or the value is not number.");
+        const QString tOrder("The value of T%1 2nd must be bigger than the value of T%1 1st.");
+        const QString tagError(
+            "The each character of Tag can only be Numerics, Capital letters and Symbols.");
+        const QStringList ok;
+        auto row = [](const char* name, int segment, const Changes& changes) -> QTestData& {
+            return QTest::newRow(name) << segment << changes;
+        };
+        row("valid 1", 1, {}) << 0 << "0064005A0000" << ok;
+        row("valid 2", 2, {}) << 19 << "00010000" << ok;
+        row("TIME 99:59", 2, {{2, "99:59"}}) << 1 << "176F" << ok;
+        row("TIME 100:00", 2, {{2, "100:00"}})
+            << -1 << "" << QStringList{"TIME [6000] is out of range (0 ~ 5999)."};
+        row("TIME 1:75", 2, {{2, "1:75"}}) << 1 << "0087" << ok;
+        row("TIME extra part", 2, {{2, "1:30:99"}}) << 1 << "005A" << ok;
+        row("TIME ----", 2, {{2, "----"}})
+            << -1 << "" << QStringList{"The format of TM is incorrect. There is no \":\" symbol."};
+        row("TIME -1:00", 2, {{2, "-1:00"}})
+            << -1 << "" << QStringList{"The format of TM's hour is incorrect."};
+        row("TIME 1:", 2, {{2, "1:"}})
+            << -1 << "" << QStringList{"The format of TM's minute is incorrect."};
+        row("T 1.5 and 2", 2, {{9, "1.5"}, {10, "2"}}) << 9 << "00410078" << ok;
+        row("T -1.30", 2, {{9, "-1.30"}})
+            << -1 << "" << QStringList{"T1 1st [-30] is out of range (0 ~ 5999)."};
+        row("T 1.x", 2, {{11, "1.x"}})
+            << -1 << "" << QStringList{"The format of T2 1st is incorrect."};
+        row("T words", 2, {{12, "one"}})
+            << -1 << "" << QStringList{"The format of T2 2nd is incorrect."};
+        row("T reversed", 2, {{9, "3"}, {10, "2"}}) << -1 << "" << QStringList{tOrder.arg(1)};
+        row("T equal", 2, {{17, "2.00"}, {18, "2"}}) << -1 << "" << QStringList{tOrder.arg(5)};
+        row("T 2nd unset", 2, {{9, "3"}, {10, "----"}}) << 9 << "00B47FFF" << ok;
+        row("T 1st unset", 2, {{9, "----"}, {10, "0.00"}}) << 9 << "7FFF0000" << ok;
+        row("T bad format skips order", 2, {{9, "x"}, {10, "0.30"}})
+            << -1 << "" << QStringList{"The format of T1 1st is incorrect."};
+        row("T out of range still ordered", 2, {{9, "100"}, {10, "1"}})
+            << -1 << "" << QStringList{"T1 1st [6000] is out of range (0 ~ 5999).", tOrder.arg(1)};
+        row("SP1 low edge", 2, {{1, "-1999"}}) << 0 << "F831" << ok;
+        row("SP1 above", 2, {{1, "10000"}})
+            << -1 << "" << QStringList{"SP1 [10000] is out of range (-1999 ~ 9999)."};
+        row("SP1 ----", 2, {{1, "----"}}) << 0 << "7FFF" << ok;
+        row("blanks and plus", 2, {{1, " +12 "}}) << 0 << "000C" << ok;
+        row("inner blank", 2, {{1, "1 2"}}) << -1 << "" << QStringList{noNumber.arg("SP1")};
+        // QString::toInt takes the Unicode minus sign, not dashes that look alike.
+        row("minus sign", 2, {{1, "\u22125"}}) << 0 << "FFFB" << ok;
+        row("en dash", 2, {{1, "\u20135"}}) << -1 << "" << QStringList{noNumber.arg("SP1")};
+        row("decimal point", 2, {{19, "1.0"}}) << -1 << "" << QStringList{noNumber.arg("PID1")};
+        row("EV time 5999/----", 2, {{7, "5999"}, {8, "----"}}) << 7 << "176F7FFF" << ok;
+        row("EV time 5999/0", 2, {{7, "5999"}, {8, "0"}})
+            << -1 << ""
+            << QStringList{"In case of time event; The value of EV3 2nd must be [----] when the "
+                           "value of EV3 1st is 5999."};
+        row("EV time 100/100", 2, {{7, "100"}, {8, "100"}})
+            << -1 << ""
+            << QStringList{"In case of time event;  The value of EV3 2nd must be bigger than the "
+                           "value of EV3 1st."};
+        row("EV time ----/0", 2, {{7, "----"}, {8, "0"}}) << 7 << "7FFF0000" << ok;
+        row("EV time bad/0", 2, {{7, "x"}, {8, "0"}})
+            << -1 << ""
+            << QStringList{noNumber.arg("EV3 1st"),
+                           "In case of time event;  The value of EV3 2nd must be bigger than the "
+                           "value of EV3 1st."};
+        row("EV PV 100/100", 2, {{3, "100"}, {4, "100"}}) << 3 << "00640064" << ok;
+        row("EV abs -1", 2, {{5, "-1"}})
+            << -1 << ""
+            << QStringList{"In case of absolute value deviation event; EV2 1st [-1] is out of "
+                           "range (0 ~ 9999)."};
+        row("G.S. titled with point", 2, {{20, "1001"}})
+            << -1 << "" << QStringList{"G.S. [1001] is out of range (0 ~ 1000)."};
+        row("G.S.TO", 2, {{21, "6000"}})
+            << -1 << "" << QStringList{"G.S.TO [6000] is out of range (0 ~ 5999)."};
+        row("P.STA", 1, {{22, "2"}})
+            << -1 << "" << QStringList{"P.STA [2] is out of range (0 ~ 1)."};
+        row("CYCL", 1, {{23, "10000"}})
+            << -1 << "" << QStringList{"CYCL [10000] is out of range (0 ~ 9999)."};
+        row("P.LIN", 1, {{24, "20"}})
+            << -1 << "" << QStringList{"P.LIN [20] is out of range (0 ~ 19)."};
+        row("segment 2 ignores the last four", 2, {{22, "x"}, {23, "x"}, {24, "x"}, {25, "{"}})
+            << 22 << "7FFF" << ok;
+        row("tag ab", 1, {{25, "ab"}}) << 26 << "4142202020202020" << ok;
+        row("tag cut to 8", 1, {{25, "ABCDEFGHIJ"}}) << 26 << "4142434445464748" << ok;
+        row("tag empty", 1, {{25, ""}}) << 26 << "2020202020202020" << ok;
+        row("tag symbols", 1, {{25, " _^@!"}}) << 26 << "205F5E4021202020" << ok;
+        row("tag braces fail once", 1, {{25, "a{b}"}}) << -1 << "" << QStringList{tagError};
+        row("tag backquote", 1, {{25, "`"}}) << -1 << "" << QStringList{tagError};
+        row("tag beyond 8 unchecked", 1, {{25, "ABCDEFGH{"}}) << 26 << "4142434445464748" << ok;
+        row("all errors in column order", 1,
+            {{1, "x"}, {2, "1-30"}, {4, "-1"}, {9, "3"}, {10, "1"}, {19, "9"}, {25, "{"}})
+            << -1 << ""
+            << QStringList{noNumber.arg("SP1"),
+                           "The format of TM is incorrect. There is no \":\" symbol.",
+                           "In case of PV type event; EV1 2nd [-1] is out of range (0 ~ 5999).",
+                           tOrder.arg(1),
+                           "PID1 [9] is out of range (0 ~ 8).",
+                           tagError};
+    }
+    void cells()
+    {
+        QFETCH(int, segment);
+        QFETCH(Changes, changes);
+        QFETCH(int, word);
+        QFETCH(QString, hex);
+        QFETCH(QStringList, errors);
+        QStringList row = validRow(segment);
+        for (auto it = changes.cbegin(); it != changes.cend(); ++it)
+            row[it.key()] = it.value();
+        QString out;
+        QStringList reported;
+        QCOMPARE(CSV2HEX(params, segment, row, out, reported), errors.isEmpty());
+        QCOMPARE(reported, errors);
+        if (errors.isEmpty()) {
+            QCOMPARE(out.size(), segment == 1 ? LongRecordLength : ShortRecordLength);
+            QCOMPARE(out.mid(word * 4, hex.size()), hex);
+        }
+    }
+
+    void cellCount_data()
+    {
+        QTest::addColumn<int>("segment");
+        QTest::addColumn<int>("cells");
+        QTest::addColumn<int>("found");
+        QTest::addColumn<int>("required");
+        QTest::newRow("2: one short") << 2 << 25 << 20 << 21;
+        QTest::newRow("2: one more") << 2 << 27 << 22 << 21;
+        QTest::newRow("1: one short") << 1 << 25 << 24 << 25;
+        QTest::newRow("1: one more") << 1 << 27 << 26 << 25;
+        QTest::newRow("2: shorter than the trimming") << 2 << 3 << 0 << 21;
+        QTest::newRow("1: empty") << 1 << 0 << 0 << 25;
+        QTest::newRow("2: empty") << 2 << 0 << 0 << 21;
+    }
+    void cellCount()
+    {
+        QFETCH(int, segment);
+        QFETCH(int, cells);
+        QFETCH(int, found);
+        QFETCH(int, required);
+        // Bad cells everywhere: a count error stops before any of them.
+        QStringList row;
+        for (int i = 0; i < cells; ++i)
+            row << "x";
+        QString out;
+        QStringList errors;
+        QVERIFY(!CSV2HEX(params, segment, row, out, errors));
+        QCOMPARE(errors, QStringList{QString("The number of cells is incorrect. Found %1 cells, "
+                                             "but %2 are required.")
+                                         .arg(found)
+                                         .arg(required)});
+        QVERIFY(out.isEmpty());
+    }
+
+    void singleCell()
+    {
+        QStringList cells{"----", "abc", "12000", "5"};
+        QString out;
+        QStringList errors;
+        bool noError = true;
+        qint32 value = 42;
+        QVERIFY(CSVCell2HEX(params, cells, out, errors, noError, "SP1", value));
+        QCOMPARE(value, -1);
+        QVERIFY(!CSVCell2HEX(params, cells, out, errors, noError, "PID1", value));
+        QCOMPARE(value, 0);
+        QVERIFY(!CSVCell2HEX(params, cells, out, errors, noError, "SP1", value));
+        QCOMPARE(value, 12000);
+        // Once a cell failed, later cells are still checked but not appended.
+        QVERIFY(CSVCell2HEX(params, cells, out, errors, noError, "PID1", value));
+        QCOMPARE(value, 5);
+        QVERIFY(!noError);
+        QCOMPARE(out, QString("7FFF"));
+        QCOMPARE(errors.size(), 2);
+        QVERIFY(cells.isEmpty());
+        QVERIFY(!CSVCell2HEX(params, cells, out, errors, noError, "SP1", value));
+    }
+
+    void validateTakesRowBySegment()
+    {
+        const QList<QStringList> table{validRow(1), validRow(2)};
+        const QList<QStringList> before = table;
+        QString out;
+        QStringList errors;
+        QVERIFY(validateDataRow(params, 2, table, out, errors));
+        QCOMPARE(out.size(), ShortRecordLength);
+        QCOMPARE(table, before);
+        QVERIFY(!validateDataRow(params, 3, table, out, errors));
+        QCOMPARE(errors.last(),
+                 QString("The number of cells is incorrect. Found 0 cells, but 21 are required."));
+    }
+
+    void wordsAndKinds()
+    {
+        QCOMPARE(wordHex(-1), QString("FFFF"));
+        QCOMPARE(wordHex(-100), QString("FF9C"));
+        QCOMPARE(wordHex(-1999), QString("F831"));
+        QCOMPARE(wordHex(5999), QString("176F"));
+        QCOMPARE(wordHex(70000), QString("1170"));
+        QCOMPARE(eventKind(-1), EventKind::None);
+        QCOMPARE(eventKind(3), EventKind::None);
+        QCOMPARE(eventKind(49), EventKind::None);
+        const auto shortList = WriteParameters::fromList({5});
+        QCOMPARE(shortList.spLowLimit, 5);
+        QCOMPARE(shortList.ev3Type, 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSegmentCodec)
+#include "tst_segmentcodec.moc"
