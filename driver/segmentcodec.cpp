@@ -426,8 +426,7 @@ bool CSV2HEX(const WriteParameters& params, int segment, QStringList& inDatas, Q
     }
     const int required = longRow ? LongRowDataCells : ShortRowDataCells;
     if (inDatas.size() != required) {
-        errorList << QStringLiteral("The number of cells is incorrect. Found %1 cells, but %2 "
-                                    "are required.")
+        errorList << QStringLiteral("The number of cells is incorrect: found %1, required %2.")
                          .arg(inDatas.size())
                          .arg(required);
         return false;

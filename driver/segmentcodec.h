@@ -84,7 +84,7 @@ bool CSVCell2HEX(const WriteParameters& params, QStringList& inDatas, QString& o
 // has no error; otherwise outData holds an incomplete record.
 //
 // A row whose cell count is wrong gets the single message "The number of
-// cells is incorrect. Found N cells, but M are required." (N counted after
+// cells is incorrect: found N, required M." (N counted after
 // the label and, for segments other than 1, the last four cells are
 // dropped; a row too short for that counts 0) and no cell is examined.
 // A T pair must be ascending only when both cells hold times; a time out of

@@ -419,10 +419,10 @@ private slots:
         QString out;
         QStringList errors;
         QVERIFY(!CSV2HEX(params, segment, row, out, errors));
-        QCOMPARE(errors, QStringList{QString("The number of cells is incorrect. Found %1 cells, "
-                                             "but %2 are required.")
-                                         .arg(found)
-                                         .arg(required)});
+        QCOMPARE(errors,
+                 QStringList{QString("The number of cells is incorrect: found %1, required %2.")
+                                 .arg(found)
+                                 .arg(required)});
         QVERIFY(out.isEmpty());
     }
 
@@ -459,8 +459,7 @@ private slots:
         QCOMPARE(out.size(), ShortRecordLength);
         QCOMPARE(table, before);
         QVERIFY(!validateDataRow(params, 3, table, out, errors));
-        QCOMPARE(errors.last(),
-                 QString("The number of cells is incorrect. Found 0 cells, but 21 are required."));
+        QCOMPARE(errors.last(), QString("The number of cells is incorrect: found 0, required 21."));
     }
 
     void wordsAndKinds()
