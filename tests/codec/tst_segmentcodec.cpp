@@ -180,10 +180,13 @@ private slots:
                 int first = maybeUnset(firstLow[k[e]], firstHigh[k[e]]);
                 int second = maybeUnset(0, 5999);
                 if (types[k[e]] == 50) {
+                    // 5999 switches nothing and needs an unset 2nd; an
+                    // unset 1st counts as -1.
                     first = maybeUnset(0, 5999);
-                    second = first == 5999 ? 0x7FFF : between(qMax(first, -1) + 1, 5999);
-                    if (first == 0x7FFF)
-                        second = between(0, 5999);
+                    if (first == 5999)
+                        second = 0x7FFF;
+                    else
+                        second = between(first == 0x7FFF ? 0 : first + 1, 5999);
                 }
                 words << first << second;
             }
