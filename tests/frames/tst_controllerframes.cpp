@@ -91,37 +91,15 @@ private slots:
         QCOMPARE(kept, framedTemplate(command));
     }
 
-    void exchangeLimits()
-    {
-        QCOMPARE(waitMs(Command::Read), 350ul);
-        for (Command c : {Command::OpenRead, Command::OpenWrite, Command::Write, Command::Close})
-            QCOMPARE(waitMs(c), 300ul);
-        QCOMPARE(readLimit(Command::Read), 200);
-        QCOMPARE(readLimit(Command::Write), 200);
-        QCOMPARE(readLimit(Command::OpenRead), 16);
-        QCOMPARE(readLimit(Command::Close), 16);
-        QVERIFY(ReplyBufferSize > DataReadLimit);
-    }
-
     void statusMessages_data()
     {
         QTest::addColumn<QString>("code");
         QTest::addColumn<QString>("message");
-        QTest::newRow("41") << "41"
-                            << "The number of data is over 16. (Including read data count of RS "
-                               "request).";
-        QTest::newRow("45") << "45"
-                            << "The data cannot be written according to the status of DCP31/32. "
-                               "(Settings can be changed only READY mode regarding all of setup "
-                               "items and some of event configuration data) Write is attempted to "
-                               "the write inhibit data address.";
         QTest::newRow("50") << "50"
                             << "File is already open.";
         QTest::newRow("52") << "52"
                             << "Program number or segment number is in error. No program in the "
                                "segment.";
-        QTest::newRow("99") << "99"
-                            << "The command is undefined.";
         QTest::newRow("unknown 43") << "43" << QString();
         QTest::newRow("empty") << "" << QString();
         QTest::newRow("padded") << "050" << QString();
