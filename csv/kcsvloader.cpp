@@ -487,13 +487,12 @@ bool KCSVLoader::openFile(const QString& fileNameIn)
         }
     }
 
-    // Opened without text-mode translation: in text mode Qt drops every 0x0D
-    // byte before decoding, which tears UTF-16 text apart (U+010D, U+0D05 and
-    // a carriage return itself all hold that byte). Line ends are handled on
-    // the decoded characters instead, as readLine does. Devices and files too
-    // large to hold in memory count as unopenable.
+    // In text mode the stream drops every carriage return after decoding
+    // (character-wise, so UTF-16 stays intact): CR LF line ends and stray CRs
+    // alike. Devices and files too large to hold in memory count as
+    // unopenable.
     QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly) || file.isSequential() ||
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text) || file.isSequential() ||
         file.size() > kcsv::kMaxFileBytes) {
         m_status = OpenFailed;
         return false;
