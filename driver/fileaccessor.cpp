@@ -100,6 +100,8 @@ bool FileAccessor::pause(int ms)
 
 void FileAccessor::readProgramFileProcess(int progID, int segmentCnt, int storageType)
 {
+    if (abortRequested()) // queued before the driver went: nobody waits for it
+        return;
     transferStorageType = storageType;
     bool ok = false;
     getFileName(progID, ok); // only tests the medium; the workflow names its files itself
@@ -119,6 +121,8 @@ void FileAccessor::readProgramFileProcess(int progID, int segmentCnt, int storag
 void FileAccessor::writeProgramFileProcess(QList<int> paras, int progID, int segmentCnt,
                                            int storageType)
 {
+    if (abortRequested())
+        return;
     transferStorageType = storageType;
     bool ok = false;
     getFileName(progID, ok); // only tests the medium

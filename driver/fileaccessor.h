@@ -20,6 +20,7 @@ class FileAccessor : public QObject
 {
     Q_OBJECT
     friend class FileAccessorTest; // unit tests reach the private helpers
+    friend class DriverCoreTest;
 
 public:
     explicit FileAccessor(QObject* parent = nullptr);
