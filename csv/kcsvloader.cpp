@@ -14,7 +14,8 @@
 
 static const QString DEFAULT_DIR_KEY = QStringLiteral("default_dir");
 
-namespace {
+namespace
+{
 
 // Start directory of the open and save dialogs: the directory of the last
 // file saved or loaded, else the application's own.
@@ -235,7 +236,8 @@ private:
 
 // ---------------------------------------------------------------------------
 
-namespace kcsv {
+namespace kcsv
+{
 
 QString quoteCell(const QString& cell, const QString& delimiter)
 {
@@ -614,9 +616,8 @@ void KCSVLoader::loadFile(QTextStream& stream, QStringList& errors, QStringList&
             warnings << tr("Line %1 is %2 columns short of header.").arg(i + 1).arg(missing);
         } else if (i != 0 && row.size() > width) {
             m_status = ColumnCountMismatch;
-            warnings << tr("Line %1 is %2 columns more of header.")
-                            .arg(i + 1)
-                            .arg(row.size() - width);
+            warnings
+                << tr("Line %1 is %2 columns more of header.").arg(i + 1).arg(row.size() - width);
         }
         m_content.append(row);
         pos = next;

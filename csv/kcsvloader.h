@@ -126,7 +126,8 @@ protected:
     QStringList m_warnings;
 };
 
-namespace kcsv {
+namespace kcsv
+{
 
 // The cell as the saver writes it: wrapped in double quotes, with every
 // double quote doubled, when it holds a line feed, the delimiter or a double

@@ -21,7 +21,8 @@
 #include <cstdio>
 #include <random>
 
-namespace {
+namespace
+{
 
 const int kRows = 400000;
 const int kRuns = 2;

@@ -14,7 +14,8 @@
 
 #include <random>
 
-namespace csvtest {
+namespace csvtest
+{
 
 // Points QSettings at dir (organisation and application names of the suite,
 // XDG config path and explicit paths), so no test touches the real home.

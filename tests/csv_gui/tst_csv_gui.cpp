@@ -6,11 +6,11 @@
 #include "tests/csv_common/csvtestsupport.h"
 
 #include <QAbstractButton>
-#include <QPushButton>
 #include <QApplication>
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QTimer>
 #include <QtTest>
 
@@ -18,7 +18,8 @@
 
 using Table = QList<QStringList>;
 
-namespace {
+namespace
+{
 
 // Answers the next modal window from the event loop. What it saw is kept for
 // the test to compare; a window of the wrong kind, or none at all, is closed
@@ -316,7 +317,8 @@ void TestCsvGui::confirmation()
     QCOMPARE(saver.saveFile(m_table, path), proceeds);
     QVERIFY(answer.answered());
     QCOMPARE(answer.title, QStringLiteral("Import/Export File"));
-    QCOMPARE(answer.text, QStringLiteral("The import/export file will process as %1 format.").arg(name));
+    QCOMPARE(answer.text,
+             QStringLiteral("The import/export file will process as %1 format.").arg(name));
     QCOMPARE(answer.informativeText, QStringLiteral("Do you want to procced?"));
     QCOMPARE(defaultButton, QMessageBox::Cancel);
     QCOMPARE(QFile::exists(path), proceeds);

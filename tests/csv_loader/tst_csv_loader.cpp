@@ -10,12 +10,13 @@
 
 using Table = QList<QStringList>;
 
-namespace {
+namespace
+{
 
 struct Outcome {
     bool ok = false;
     KCSVLoader::LoadStatus status = KCSVLoader::NoFileSelected;
-    QStringList errors;   // before fileContent adds its report
+    QStringList errors; // before fileContent adds its report
     QStringList warnings;
     Table rows;           // what fileContent returns
     QStringList reported; // what fileContent appended
@@ -105,71 +106,80 @@ void TestCsvLoader::parse_data()
 
     // Errors without warnings still end as Loaded; the rows of a fresh
     // loader are then empty.
-    QTest::newRow("header only")
-        << "SEG\tSP1\n" << false << loaded << Table()
-        << QStringList{"No content found in the imported file."} << none;
+    QTest::newRow("header only") << "SEG\tSP1\n"
+                                 << false << loaded << Table()
+                                 << QStringList{"No content found in the imported file."} << none;
     QTest::newRow("header and a blank line")
-        << "SEG\tSP1\n\n" << true << loaded << Table{{"SEG", "SP1"}} << none << none;
+        << "SEG\tSP1\n\n"
+        << true << loaded << Table{{"SEG", "SP1"}} << none << none;
     QTest::newRow("blank lines skipped, still counted")
-        << "a\tb\n\n1\n\n2\t3\n" << true << mismatch << Table{{"a", "b"}, {"1", ""}, {"2", "3"}}
-        << none << QStringList{"Line 3 is 1 columns short of header."};
+        << "a\tb\n\n1\n\n2\t3\n"
+        << true << mismatch << Table{{"a", "b"}, {"1", ""}, {"2", "3"}} << none
+        << QStringList{"Line 3 is 1 columns short of header."};
     QTest::newRow("short and long rows")
-        << "a\tb\tc\n1\n1\t2\t3\t4\t5\n" << true << mismatch
-        << Table{{"a", "b", "c"}, {"1", "", ""}, {"1", "2", "3", "4", "5"}} << none
+        << "a\tb\tc\n1\n1\t2\t3\t4\t5\n"
+        << true << mismatch << Table{{"a", "b", "c"}, {"1", "", ""}, {"1", "2", "3", "4", "5"}}
+        << none
         << QStringList{"Line 2 is 2 columns short of header.",
                        "Line 3 is 2 columns more of header."};
-    QTest::newRow("quoted cells")
-        << "h1\th2\th3\n\"\"\t\"a\"\"b\"\t\"x\ty\"\n" << true << loaded
-        << Table{{"h1", "h2", "h3"}, {"", "a\"b", "x\ty"}} << none << none;
+    QTest::newRow("quoted cells") << "h1\th2\th3\n\"\"\t\"a\"\"b\"\t\"x\ty\"\n"
+                                  << true << loaded
+                                  << Table{{"h1", "h2", "h3"}, {"", "a\"b", "x\ty"}} << none
+                                  << none;
     QTest::newRow("cell across two lines, numbering goes on")
-        << "h1\th2\n\"a\nb\"\tc\n1\n" << true << mismatch
-        << Table{{"h1", "h2"}, {"a\nb", "c"}, {"1", ""}} << none
+        << "h1\th2\n\"a\nb\"\tc\n1\n"
+        << true << mismatch << Table{{"h1", "h2"}, {"a\nb", "c"}, {"1", ""}} << none
         << QStringList{"Line 4 is 1 columns short of header."};
     QTest::newRow("delimiter then line break inside quotes")
-        << "h1\th2\n\"a\tb\nc\"\td\n" << true << loaded << Table{{"h1", "h2"}, {"a\tb\nc", "d"}}
-        << none << none;
+        << "h1\th2\n\"a\tb\nc\"\td\n"
+        << true << loaded << Table{{"h1", "h2"}, {"a\tb\nc", "d"}} << none << none;
     QTest::newRow("blank line inside quotes")
-        << "h1\th2\n\"a\n\nb\"\tc\n" << true << loaded << Table{{"h1", "h2"}, {"a\n\nb", "c"}}
-        << none << none;
+        << "h1\th2\n\"a\n\nb\"\tc\n"
+        << true << loaded << Table{{"h1", "h2"}, {"a\n\nb", "c"}} << none << none;
     QTest::newRow("quote inside an unquoted piece")
-        << "h1\th2\na\"b\tc\"\n" << true << loaded << Table{{"h1", "h2"}, {"a\"b", "c\""}}
-        << none << none;
+        << "h1\th2\na\"b\tc\"\n"
+        << true << loaded << Table{{"h1", "h2"}, {"a\"b", "c\""}} << none << none;
     QTest::newRow("CR LF line ends")
-        << "h1\th2\r\n1\t2\r\n" << true << loaded << Table{{"h1", "h2"}, {"1", "2"}} << none
-        << none;
+        << "h1\th2\r\n1\t2\r\n"
+        << true << loaded << Table{{"h1", "h2"}, {"1", "2"}} << none << none;
     QTest::newRow("stray CR dropped")
-        << "h1\th2\n1\r2\t3\n" << true << loaded << Table{{"h1", "h2"}, {"12", "3"}} << none
-        << none;
+        << "h1\th2\n1\r2\t3\n"
+        << true << loaded << Table{{"h1", "h2"}, {"12", "3"}} << none << none;
     QTest::newRow("no final line feed")
         << "h1\th2\n1\t2" << true << loaded << Table{{"h1", "h2"}, {"1", "2"}} << none << none;
     QTest::newRow("CR at the very end")
         << "h1\th2\n1\t2\r" << true << loaded << Table{{"h1", "h2"}, {"1", "2"}} << none << none;
     QTest::newRow("quote left open keeps earlier rows")
-        << "h1\th2\n1\t2\n\"open\tx\n" << false << loaded << Table{{"h1", "h2"}, {"1", "2"}}
+        << "h1\th2\n1\t2\n\"open\tx\n"
+        << false << loaded << Table{{"h1", "h2"}, {"1", "2"}}
         << QStringList{"Format error at line 4"} << none;
     QTest::newRow("quote closed too early")
-        << "h1\th2\n\"ab\"c\td\n\"\n" << false << loaded << Table{{"h1", "h2"}}
-        << QStringList{"Format error at line 4"} << none;
-    QTest::newRow("errors and warnings")
-        << "h1\th2\n1\n\"open\n" << false << int(KCSVLoader::FormatErrors) << Table()
-        << QStringList{"Format error at line 4"}
-        << QStringList{"Line 2 is 1 columns short of header."};
+        << "h1\th2\n\"ab\"c\td\n\"\n"
+        << false << loaded << Table{{"h1", "h2"}} << QStringList{"Format error at line 4"} << none;
+    QTest::newRow("errors and warnings") << "h1\th2\n1\n\"open\n"
+                                         << false << int(KCSVLoader::FormatErrors) << Table()
+                                         << QStringList{"Format error at line 4"}
+                                         << QStringList{"Line 2 is 1 columns short of header."};
     // The header row is width-checked only when it ends on the first line.
     QTest::newRow("quoted header row on one line")
-        << "\"a\tb\"\tc\n1\t2\t3\n" << true << loaded << Table{{"a\tb", "c"}, {"1", "2", "3"}}
-        << none << none;
+        << "\"a\tb\"\tc\n1\t2\t3\n"
+        << true << loaded << Table{{"a\tb", "c"}, {"1", "2", "3"}} << none << none;
     QTest::newRow("header row over two lines")
-        << "\"h\n1\"\th2\n1\t2\n" << true << mismatch << Table{{"h\n1", "h2"}, {"1", "2"}}
-        << none
-        << QStringList{"Line 2 is 1 columns more of header.", "Line 3 is 1 columns more of header."};
+        << "\"h\n1\"\th2\n1\t2\n"
+        << true << mismatch << Table{{"h\n1", "h2"}, {"1", "2"}} << none
+        << QStringList{"Line 2 is 1 columns more of header.",
+                       "Line 3 is 1 columns more of header."};
     QTest::newRow("comma file detected")
-        << "SEG,SP1,TIME,EV1_ON\n1,2,3,4\n" << true << loaded
-        << Table{{"SEG", "SP1", "TIME", "EV1_ON"}, {"1", "2", "3", "4"}} << none << none;
+        << "SEG,SP1,TIME,EV1_ON\n1,2,3,4\n"
+        << true << loaded << Table{{"SEG", "SP1", "TIME", "EV1_ON"}, {"1", "2", "3", "4"}} << none
+        << none;
     QTest::newRow("comma file, one comma")
-        << "SEGMENT,SETPOINT\n1,2\n" << false << loaded << Table()
-        << QStringList{"File format error.\nCannot detect delimiter."} << none;
+        << "SEGMENT,SETPOINT\n1,2\n"
+        << false << loaded << Table() << QStringList{"File format error.\nCannot detect delimiter."}
+        << none;
     QTest::newRow("short first line not checked")
-        << "SEG,SP1\n1,2\n" << true << loaded << Table{{"SEG,SP1"}, {"1,2"}} << none << none;
+        << "SEG,SP1\n1,2\n"
+        << true << loaded << Table{{"SEG,SP1"}, {"1,2"}} << none << none;
 }
 
 void TestCsvLoader::parse()
@@ -219,10 +229,8 @@ void TestCsvLoader::progressCountsPhysicalLines()
     QList<QPair<QString, int>> seen;
     for (const QList<QVariant>& call : spy)
         seen << qMakePair(call.at(0).toString(), call.at(1).toInt());
-    const QList<QPair<QString, int>> expected{{"total lines", 5},
-                                              {"current line", 1},
-                                              {"current line", 3},
-                                              {"current line", 5}};
+    const QList<QPair<QString, int>> expected{
+        {"total lines", 5}, {"current line", 1}, {"current line", 3}, {"current line", 5}};
     QCOMPARE(seen, expected);
 }
 
@@ -237,7 +245,8 @@ void TestCsvLoader::headerCheck_data()
     QTest::newRow("delimiter right after closing quote") << "\"a\"\tb" << false << "\t" << false;
     QTest::newRow("quoted delimiter, delimiter after closing quote")
         << "x\"a\tb\"\tc" << false << "\t" << false;
-    QTest::newRow("quoted delimiter at the end of the line") << "x\"a\tb\"" << true << "\t" << false;
+    QTest::newRow("quoted delimiter at the end of the line")
+        << "x\"a\tb\"" << true << "\t" << false;
     QTest::newRow("line opens with the quote, delimiter after it")
         << "\"a\tb\"\tc" << false << "\t" << false;
     QTest::newRow("line opens with the quote, commas after it")
@@ -276,12 +285,24 @@ void TestCsvLoader::detection_data()
     QTest::addColumn<QString>("line");
     QTest::addColumn<QString>("found");
 
-    QTest::newRow("tab configured, commas") << "\t" << "a,b,c" << ",";
-    QTest::newRow("tab configured, tabs only") << "\t" << "a\tb\tc" << "";
-    QTest::newRow("comma configured, tabs") << "," << "a\tb\tc" << "\t";
-    QTest::newRow("tab is tried first") << ";" << "a\tb\tc,d,e" << "\t";
-    QTest::newRow("one tab is not enough") << ";" << "a\tb,c,d" << ",";
-    QTest::newRow("nothing twice") << ";" << "a\tb,c" << "";
+    QTest::newRow("tab configured, commas") << "\t"
+                                            << "a,b,c"
+                                            << ",";
+    QTest::newRow("tab configured, tabs only") << "\t"
+                                               << "a\tb\tc"
+                                               << "";
+    QTest::newRow("comma configured, tabs") << ","
+                                            << "a\tb\tc"
+                                            << "\t";
+    QTest::newRow("tab is tried first") << ";"
+                                        << "a\tb\tc,d,e"
+                                        << "\t";
+    QTest::newRow("one tab is not enough") << ";"
+                                           << "a\tb,c,d"
+                                           << ",";
+    QTest::newRow("nothing twice") << ";"
+                                   << "a\tb,c"
+                                   << "";
 }
 
 void TestCsvLoader::detection()
@@ -303,12 +324,11 @@ void TestCsvLoader::statusReports_data()
     QTest::addColumn<QStringList>("reported");
 
     const QString title = QStringLiteral("Warning: Incorrect File Format");
-    QTest::newRow("one warning")
-        << "a\tb\n1\n" << QStringList{title, "Line 2 is 1 columns short of header."};
-    QTest::newRow("two warnings")
-        << "a\tb\n1\n1\t2\t3\n"
-        << QStringList{title, "Line 2 is 1 columns short of header.\n"
-                              "Line 3 is 1 columns more of header."};
+    QTest::newRow("one warning") << "a\tb\n1\n"
+                                 << QStringList{title, "Line 2 is 1 columns short of header."};
+    QTest::newRow("two warnings") << "a\tb\n1\n1\t2\t3\n"
+                                  << QStringList{title, "Line 2 is 1 columns short of header.\n"
+                                                        "Line 3 is 1 columns more of header."};
     QTest::newRow("three warnings show two")
         << "a\tb\n1\n1\t2\t3\n4\n"
         << QStringList{title, "Line 2 is 1 columns short of header.\n"
@@ -319,7 +339,8 @@ void TestCsvLoader::statusReports_data()
                               "export the file again after final edits.\n"
                               "Line 2 is 2 columns short of header."};
     QTest::newRow("format errors")
-        << "a\tb\n1\n\"x\n" << QStringList{"File cannot be loaded.", "Please check file format."};
+        << "a\tb\n1\n\"x\n"
+        << QStringList{"File cannot be loaded.", "Please check file format."};
     QTest::newRow("loaded") << "a\tb\n1\t2\n" << QStringList();
 }
 
@@ -399,8 +420,10 @@ void TestCsvLoader::stateBetweenLoads()
     QVERIFY(loader.delimiterDetected());
     const QStringList before = loader.errorMessageList();
     QCOMPARE(loader.fileContent(), (Table{{"a", "b"}, {"1", ""}}));
-    QVERIFY(loader.errorMessageList().mid(before.size()).value(1).startsWith(
-        QStringLiteral("The file format has been modified.")));
+    QVERIFY(loader.errorMessageList()
+                .mid(before.size())
+                .value(1)
+                .startsWith(QStringLiteral("The file format has been modified.")));
 }
 
 void TestCsvLoader::settingsStoredOnlyAfterOpen()
@@ -500,13 +523,11 @@ void TestCsvLoader::hostileFiles_data()
     QTest::newRow("empty file") << QByteArray() << false << Table() << noContent;
     QTest::newRow("only the byte-order mark")
         << QByteArray("\xFF\xFE") << false << Table() << noContent;
-    QTest::newRow("odd byte count")
-        << csvtest::utf16le("h1\th2\n1\t2\n") + 'A' << true << Table{{"h1", "h2"}, {"1", "2"}}
-        << QStringList();
+    QTest::newRow("odd byte count") << csvtest::utf16le("h1\th2\n1\t2\n") + 'A' << true
+                                    << Table{{"h1", "h2"}, {"1", "2"}} << QStringList();
     const QString lone = QString(QChar(0xD800)) + "x" + QChar(0xDFFF);
-    QTest::newRow("lone surrogates kept")
-        << csvtest::utf16le("h1\th2\n" + lone + "\t2\n") << true << Table{{"h1", "h2"}, {lone, "2"}}
-        << QStringList();
+    QTest::newRow("lone surrogates kept") << csvtest::utf16le("h1\th2\n" + lone + "\t2\n") << true
+                                          << Table{{"h1", "h2"}, {lone, "2"}} << QStringList();
     const QString nul = QString(QChar(0)) + "x";
     QTest::newRow("NUL characters kept")
         << csvtest::utf16le("h1\th2\n" + nul + "\t" + QChar(0) + "\n") << true
@@ -516,9 +537,8 @@ void TestCsvLoader::hostileFiles_data()
     QTest::newRow("quote opened at the start of a long file")
         << csvtest::utf16le("h1\th2\n\"" + QString("a\tb\n").repeated(100000)) << false
         << Table{{"h1", "h2"}} << QStringList{"Format error at line 100002"};
-    QTest::newRow("UTF-8 mark")
-        << QByteArray("\xEF\xBB\xBFh1\th2\n1\t2") << true << Table{{"h1", "h2"}, {"1", "2"}}
-        << QStringList();
+    QTest::newRow("UTF-8 mark") << QByteArray("\xEF\xBB\xBFh1\th2\n1\t2") << true
+                                << Table{{"h1", "h2"}, {"1", "2"}} << QStringList();
     QTest::newRow("big-endian mark") << csvtest::utf16be("h1\th2\n1\t2") << true
                                      << Table{{"h1", "h2"}, {"1", "2"}} << QStringList();
     // A UTF-16 text whose code units hold 0x0D bytes survives whole.

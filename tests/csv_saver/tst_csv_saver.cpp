@@ -84,16 +84,24 @@ void TestCsvSaver::quoteCell_data()
     QTest::newRow("empty") << "" << tab << "";
     QTest::newRow("leading zeros and spaces kept") << " 007 " << tab << " 007 ";
     QTest::newRow("comma bare with tab") << "1,5" << tab << "1,5";
-    QTest::newRow("comma quoted with comma") << "1,5" << "," << "\"1,5\"";
+    QTest::newRow("comma quoted with comma") << "1,5"
+                                             << ","
+                                             << "\"1,5\"";
     QTest::newRow("tab quoted") << "a\tb" << tab << "\"a\tb\"";
-    QTest::newRow("tab bare with comma") << "a\tb" << "," << "a\tb";
+    QTest::newRow("tab bare with comma") << "a\tb"
+                                         << ","
+                                         << "a\tb";
     QTest::newRow("only a quote") << "\"" << tab << "\"\"\"\"";
     QTest::newRow("two quotes inside") << "a\"b\"c" << tab << "\"a\"\"b\"\"c\"";
     QTest::newRow("adjacent quotes") << "\"\"" << tab << "\"\"\"\"\"\"";
     QTest::newRow("line feed") << "a\nb" << tab << "\"a\nb\"";
     QTest::newRow("carriage return alone bare") << "a\rb" << tab << "a\rb";
-    QTest::newRow("multi-char delimiter") << "a||b" << "||" << "\"a||b\"";
-    QTest::newRow("part of a multi-char delimiter") << "a|b" << "||" << "a|b";
+    QTest::newRow("multi-char delimiter") << "a||b"
+                                          << "||"
+                                          << "\"a||b\"";
+    QTest::newRow("part of a multi-char delimiter") << "a|b"
+                                                    << "||"
+                                                    << "a|b";
 }
 
 void TestCsvSaver::quoteCell()
@@ -110,20 +118,21 @@ void TestCsvSaver::fileBytes_data()
     QTest::addColumn<QString>("delimiter");
     QTest::addColumn<QString>("text");
 
-    QTest::newRow("rows and line ends")
-        << Table{{"SEG", "SP1"}, {"SEG1", "100.0"}} << "\t" << "SEG\tSP1\nSEG1\t100.0\n";
+    QTest::newRow("rows and line ends") << Table{{"SEG", "SP1"}, {"SEG1", "100.0"}} << "\t"
+                                        << "SEG\tSP1\nSEG1\t100.0\n";
     QTest::newRow("ragged rows unchanged")
-        << Table{{"a", "b", "c"}, {"1"}, {"1", "2", "3", "4"}} << "\t" << "a\tb\tc\n1\n1\t2\t3\t4\n";
-    QTest::newRow("row without cells leaves no line")
-        << Table{{"a", "b"}, {}, {"c", "d"}} << "\t" << "a\tb\nc\td\n";
-    QTest::newRow("blank cells") << Table{{"", ""}, {"", "x"}} << "\t" << "\t\n\tx\n";
-    QTest::newRow("quoted cell spans two lines")
-        << Table{{"h1", "h2"}, {"a\nb", "c"}} << "\t" << "h1\th2\n\"a\nb\"\tc\n";
-    QTest::newRow("comma delimiter")
-        << Table{{"a,b", "c\td"}, {"1", "2"}} << "," << "\"a,b\",c\td\n1,2\n";
-    QTest::newRow("non-Latin text")
-        << Table{{QString(QChar(0x65E5)), QString(QChar(0x010D))}} << "\t"
-        << QString(QChar(0x65E5)) + "\t" + QChar(0x010D) + "\n";
+        << Table{{"a", "b", "c"}, {"1"}, {"1", "2", "3", "4"}} << "\t"
+        << "a\tb\tc\n1\n1\t2\t3\t4\n";
+    QTest::newRow("row without cells leaves no line") << Table{{"a", "b"}, {}, {"c", "d"}} << "\t"
+                                                      << "a\tb\nc\td\n";
+    QTest::newRow("blank cells") << Table{{"", ""}, {"", "x"}} << "\t"
+                                 << "\t\n\tx\n";
+    QTest::newRow("quoted cell spans two lines") << Table{{"h1", "h2"}, {"a\nb", "c"}} << "\t"
+                                                 << "h1\th2\n\"a\nb\"\tc\n";
+    QTest::newRow("comma delimiter") << Table{{"a,b", "c\td"}, {"1", "2"}} << ","
+                                     << "\"a,b\",c\td\n1,2\n";
+    QTest::newRow("non-Latin text") << Table{{QString(QChar(0x65E5)), QString(QChar(0x010D))}}
+                                    << "\t" << QString(QChar(0x65E5)) + "\t" + QChar(0x010D) + "\n";
 }
 
 void TestCsvSaver::fileBytes()
@@ -176,9 +185,9 @@ void TestCsvSaver::workerMessages_data()
     QTest::newRow("cannot be opened")
         << missingDir + QStringLiteral("/x.txt") << false
         << QStringList{QStringLiteral("File cannot be opened.")} << QVariant(missingDir);
-    QTest::newRow("medium full")
-        << QStringLiteral("/dev/full") << false
-        << QStringList{QStringLiteral("File cannot be written.")} << QVariant("/dev");
+    QTest::newRow("medium full") << QStringLiteral("/dev/full") << false
+                                 << QStringList{QStringLiteral("File cannot be written.")}
+                                 << QVariant("/dev");
 }
 
 void TestCsvSaver::workerMessages()
@@ -231,8 +240,7 @@ void TestCsvSaver::slotFormsThroughMetaObject()
     const Table table{{"x", "y"}};
     bool saved = false;
     QVERIFY(QMetaObject::invokeMethod(&saver, "saveFile", Q_RETURN_ARG(bool, saved),
-                                      Q_ARG(QList<QStringList>, table),
-                                      Q_ARG(QString, path)));
+                                      Q_ARG(QList<QStringList>, table), Q_ARG(QString, path)));
     QVERIFY(saved);
     QCOMPARE(csvtest::readFile(path), csvtest::utf16le(QStringLiteral("x\ty\n")));
 
@@ -240,8 +248,8 @@ void TestCsvSaver::slotFormsThroughMetaObject()
                                       Q_ARG(QList<QStringList>, table)));
     QVERIFY(!saved);
     QStringList errors;
-    QVERIFY(QMetaObject::invokeMethod(&saver, "errorMessageList",
-                                      Q_RETURN_ARG(QStringList, errors)));
+    QVERIFY(
+        QMetaObject::invokeMethod(&saver, "errorMessageList", Q_RETURN_ARG(QStringList, errors)));
     QCOMPARE(errors, QStringList{QStringLiteral("The file name is empty.")});
 }
 
