@@ -8,8 +8,10 @@
 
 #include <QCoreApplication>
 #include <QLibrary>
-#include <QMutexLocker>
 #include <QThread>
+#include <mutex>
+
+#include <future>
 
 namespace
 {
@@ -92,7 +94,16 @@ void DriverDCP30::startWorker()
     fileAccessor = new FileAccessor;
     fileAccessor->moveToThread(workerThread);
     setFileAccessorSignalSlot();
+    // Wait until the thread runs: its event dispatcher then exists, and the
+    // hand-over goes through a promise, which ThreadSanitizer can see (it
+    // cannot see Qt's own locking, and would take every later wake-up of
+    // the worker's event loop from this thread for a race).
+    std::promise<void> running;
+    const QMetaObject::Connection started =
+        connect(workerThread, &QThread::started, [&running] { running.set_value(); });
     workerThread->start(QThread::InheritPriority);
+    running.get_future().wait();
+    disconnect(started);
 }
 
 void DriverDCP30::setFileAccessorSignalSlot()
@@ -171,7 +182,7 @@ QString DriverDCP30::getStringBasedDefaultDriverSetting()
 
 QString DriverDCP30::getLastError()
 {
-    QMutexLocker lock(&lastErrorMutex);
+    std::lock_guard<std::mutex> lock(lastErrorMutex);
     return lastError;
 }
 
@@ -259,10 +270,14 @@ bool DriverDCP30::write(AbstractDeviceInterface* port, const CommunicatorCommand
         // arriving before the worker has begun is already refused.
         if (isRead) {
             rf.store(true, Relaxed);
+            if (fileAccessor)
+                fileAccessor->beforePosting();
             emit readProgramFileProcess(id, count, medium);
         } else {
             wf.store(true, Relaxed);
             const QList<int> paras = getWriteParameters();
+            if (fileAccessor)
+                fileAccessor->beforePosting();
             emit writeProgramFileProcess(paras, id, count, medium);
         }
         return true;
@@ -300,7 +315,7 @@ void DriverDCP30::delayClearError()
 void DriverDCP30::setErrorInstantMessage(QString msg)
 {
     {
-        QMutexLocker lock(&lastErrorMutex);
+        std::lock_guard<std::mutex> lock(lastErrorMutex);
         lastError = msg;
     }
     errorHoldCount.store(ErrorHoldReads, Relaxed);

@@ -4,9 +4,9 @@
 #include "driver/driverinterface.h"
 
 #include <QList>
-#include <QMutex>
 #include <QObject>
 #include <QString>
+#include <mutex>
 
 #include <atomic>
 
@@ -103,7 +103,9 @@ private:
 
     std::atomic<bool> errorFlag{false};
     std::atomic<bool> debugMode{false};
-    mutable QMutex lastErrorMutex; // the text is no single value: guard it
+    // The text is no single value: guard it. A std::mutex, not a QMutex:
+    // ThreadSanitizer sees through the former only.
+    mutable std::mutex lastErrorMutex;
     QString lastError;
     std::atomic<AbstractDeviceInterface*> device{nullptr};
     DriverInterface* companionDriver = nullptr;

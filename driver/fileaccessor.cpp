@@ -12,6 +12,10 @@
 
 #include <unistd.h>
 
+#if defined(__SANITIZE_THREAD__)
+#include <sanitizer/tsan_interface.h>
+#endif
+
 namespace
 {
 
@@ -67,6 +71,21 @@ FileAccessor::FileAccessor(QObject* parent)
 }
 
 FileAccessor::~FileAccessor() = default;
+
+void FileAccessor::beforePosting() const
+{
+#if defined(__SANITIZE_THREAD__)
+    __tsan_release(const_cast<FileAccessor*>(this));
+#endif
+}
+
+bool FileAccessor::event(QEvent* e)
+{
+#if defined(__SANITIZE_THREAD__)
+    __tsan_acquire(this);
+#endif
+    return QObject::event(e);
+}
 
 void FileAccessor::setInterface(AbstractDeviceInterface* port)
 {

@@ -1,13 +1,13 @@
 #include "host/runtime/deviceobject.h"
 
 #include <QDir>
-#include <QMutexLocker>
+#include <mutex>
 
 DeviceObject::DeviceObject(QObject* parent) : QObject(parent) {}
 
 void DeviceObject::setMountDirectory(int medium, const QString& directory)
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     if (directory.isEmpty())
         directories.remove(medium);
     else
@@ -16,7 +16,7 @@ void DeviceObject::setMountDirectory(int medium, const QString& directory)
 
 int DeviceObject::mountQueries() const
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     return queries;
 }
 
@@ -24,7 +24,7 @@ QString DeviceObject::getMount(int medium)
 {
     QString directory;
     {
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         ++queries;
         directory = directories.value(medium);
     }

@@ -2,9 +2,9 @@
 #define HOST_DEVICEOBJECT_H
 
 #include <QMap>
-#include <QMutex>
 #include <QObject>
 #include <QString>
+#include <mutex>
 
 // The runtime's device object as the driver sees it: it knows where each
 // removable medium is mounted. The owner says which directory stands for
@@ -29,7 +29,7 @@ public:
     Q_INVOKABLE QString getMount(int medium);
 
 private:
-    mutable QMutex mutex;
+    mutable std::mutex mutex;
     QMap<int, QString> directories;
     int queries = 0;
 };

@@ -1,7 +1,7 @@
 #include "host/runtime/messagecentre.h"
 
-#include <QMutexLocker>
 #include <QStringList>
+#include <mutex>
 
 #include <cstdio>
 
@@ -9,13 +9,13 @@ MessageCentre::MessageCentre(QObject* parent) : QObject(parent) {}
 
 void MessageCentre::setQuiet(bool on)
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     quiet = on;
 }
 
 QList<MessageCentre::Message> MessageCentre::messages() const
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     return shown;
 }
 
@@ -29,13 +29,13 @@ QStringList MessageCentre::texts() const
 
 void MessageCentre::clear()
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     shown.clear();
 }
 
 void MessageCentre::showMessageAsync(QString title, QString text, bool flag)
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     shown.append(Message{title, text, flag});
     if (!quiet) {
         std::fprintf(stderr, "%s: %s\n", qUtf8Printable(title), qUtf8Printable(text));

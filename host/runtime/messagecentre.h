@@ -2,9 +2,9 @@
 #define HOST_MESSAGECENTRE_H
 
 #include <QList>
-#include <QMutex>
 #include <QObject>
 #include <QString>
+#include <mutex>
 
 // The runtime's message centre as the driver sees it: it shows a titled
 // message. Ours prints "title: text" on stderr (unless quiet) and keeps
@@ -34,7 +34,7 @@ public slots:
     void showMessageAsync(QString title, QString text, bool flag);
 
 private:
-    mutable QMutex mutex;
+    mutable std::mutex mutex;
     QList<Message> shown;
     bool quiet = false;
 };

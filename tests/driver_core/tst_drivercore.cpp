@@ -6,15 +6,17 @@
 #include "driver/fileaccessor.h"
 #include "host/runtime/runtimeproperties.h"
 #include "tests/driver_core/fakecompanion.h"
+#include "tests/driver_core/threadrunner.h"
+#include "tests/driver_core/tsanoptions.h"
 #include "tests/host_runtime/scriptedport.h"
 
 #include <QtTest>
 
 #include <QDir>
-#include <QMutex>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
+#include <mutex>
 
 #include <memory>
 
@@ -66,35 +68,35 @@ public:
     Q_INVOKABLE QString getMount(int medium)
     {
         {
-            QMutexLocker lock(&mutex);
+            std::lock_guard<std::mutex> lock(mutex);
             ++inside;
             maxInside = qMax(maxInside, inside);
             media << medium;
             threads << QThread::currentThread();
         }
         QThread::msleep(delayMs);
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         --inside;
         return mount;
     }
     QList<int> askedMedia() const
     {
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         return media;
     }
     QList<QThread*> askingThreads() const
     {
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         return threads;
     }
     int mostAtOnce() const
     {
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         return maxInside;
     }
 
 private:
-    mutable QMutex mutex;
+    mutable std::mutex mutex;
     QList<int> media;
     QList<QThread*> threads;
     int inside = 0;
@@ -678,33 +680,29 @@ void DriverCoreTest::workerSignalsReachDriver()
     FileAccessor* accessor = worker(*driver);
     invoke(*driver, "setRF", Q_ARG(bool, true));
     invoke(*driver, "setWF", Q_ARG(bool, true));
-    QMetaObject::invokeMethod(
-        accessor,
-        [accessor] {
-            emit accessor->setReadProgress(42);
-            emit accessor->setWriteProgress(250);
-            emit accessor->setRE(true);
-            emit accessor->setWE(true);
-            emit accessor->setErrorInstantMessage(QStringLiteral("from the worker"));
-        },
-        Qt::QueuedConnection);
+    ThreadRunner inWorker(thread(*driver));
+    inWorker.post([accessor] {
+        emit accessor->setReadProgress(42);
+        emit accessor->setWriteProgress(250);
+        emit accessor->setRE(true);
+        emit accessor->setWE(true);
+        emit accessor->setErrorInstantMessage(QStringLiteral("from the worker"));
+    });
     QTRY_COMPARE(readVar(*driver, "ReadProgress0"), byte(42));
     QTRY_COMPARE(readVar(*driver, "WriteProgress0"), byte(250));
     QTRY_COMPARE(readVar(*driver, "RE0"), byte(1));
     QTRY_COMPARE(readVar(*driver, "WE0"), byte(1));
     QTRY_COMPARE(driver->getLastError(), QStringLiteral("from the worker"));
     QVERIFY(driver->hasError());
-    QMetaObject::invokeMethod(
-        accessor,
-        [accessor] {
-            emit accessor->setRF(false);
-            emit accessor->setWF(false);
-        },
-        Qt::QueuedConnection);
+    inWorker.post([accessor] {
+        emit accessor->setRF(false);
+        emit accessor->setWF(false);
+    });
     QTRY_COMPARE(readVar(*driver, "RF0"), byte(0));
     QTRY_COMPARE(readVar(*driver, "WF0"), byte(0));
     QCOMPARE(readVar(*driver, "ReadProgress0"), byte(0));
     QCOMPARE(readVar(*driver, "WriteProgress0"), byte(0));
+    driver.reset(); // the runner goes once its thread has ended
 }
 
 void DriverCoreTest::requestsQueueInOrder()
@@ -713,6 +711,7 @@ void DriverCoreTest::requestsQueueInOrder()
     device.delayMs = 30;
     RuntimeProperties::publishDevice(&device);
     auto driver = makeDriver(FakeCompanionPath);
+    worker(*driver)->beforePosting();
     emit driver->readProgramFileProcess(1, 1, 0);
     emit driver->writeProgramFileProcess({1, 2, 3, 4, 5}, 2, 1, 1);
     emit driver->readProgramFileProcess(3, 1, 5);
@@ -730,19 +729,18 @@ void DriverCoreTest::destroyWhileWorkerWaits()
     QAtomicInt entered;
     auto waited = std::make_shared<QAtomicInt>(-1);
     // Stands in for a transfer sitting in one of its fixed waits.
-    QMetaObject::invokeMethod(
-        accessor,
-        [accessor, &entered, waited] {
-            entered.storeRelaxed(1);
-            waited->storeRelaxed(accessor->pause(60000) ? 1 : 0);
-        },
-        Qt::QueuedConnection);
+    auto inWorker = std::make_unique<ThreadRunner>(thread(*driver));
+    inWorker->post([accessor, &entered, waited] {
+        entered.storeRelaxed(1);
+        waited->storeRelaxed(accessor->pause(60000) ? 1 : 0);
+    });
     QTRY_COMPARE(entered.loadRelaxed(), 1);
     QElapsedTimer clock;
     clock.start();
     driver.reset();
     const qint64 took = clock.elapsed();
     QVERIFY2(took < 1000, qPrintable(QStringLiteral("take-down took %1 ms").arg(took)));
+    inWorker.reset();
     QCOMPARE(waited->loadRelaxed(), 0); // the wait was cut short, not completed
     QCOMPARE(fake()->alive, 0);
     QTRY_VERIFY(threadCount() <= before);
@@ -754,6 +752,7 @@ void DriverCoreTest::destroyDropsQueuedRequests()
     device.delayMs = 100;
     RuntimeProperties::publishDevice(&device);
     auto driver = makeDriver(FakeCompanionPath);
+    worker(*driver)->beforePosting();
     for (int i = 0; i < 5; ++i)
         emit driver->readProgramFileProcess(i + 1, 1, 0);
     QTRY_COMPARE(device.askedMedia().size(), 1);

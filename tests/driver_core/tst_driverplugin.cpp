@@ -2,6 +2,7 @@
 // with QLibrary, nothing of the driver linked into this test.
 #include "driver/driverinterface.h"
 #include "host/runtime/runtimeproperties.h"
+#include "tests/driver_core/tsanoptions.h"
 
 #include <QtTest>
 

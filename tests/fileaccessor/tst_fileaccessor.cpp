@@ -4,6 +4,7 @@
 #include "host/runtime/deviceobject.h"
 #include "host/runtime/messagecentre.h"
 #include "host/runtime/runtimeproperties.h"
+#include "tests/driver_core/tsanoptions.h"
 
 #include <QtTest>
 
@@ -229,6 +230,7 @@ void FileAccessorTest::messagesCrossToMessageCentre()
     SignalProxy proxy(worker);
     QSignalSpy rf(&proxy, &SignalProxy::rf);
     thread.start();
+    worker->beforePosting();
     QMetaObject::invokeMethod(worker, "readProgramFileProcess", Qt::QueuedConnection, Q_ARG(int, 2),
                               Q_ARG(int, 5), Q_ARG(int, 1));
     QTRY_COMPARE(rf.count(), 1);

@@ -5,9 +5,8 @@
 
 #include <QByteArray>
 #include <QList>
-#include <QMutex>
-#include <QMutexLocker>
 #include <QStringList>
+#include <mutex>
 
 #include <functional>
 
@@ -31,7 +30,7 @@ public:
 
     int readBytes(char* buffer, int maxLength) override
     {
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         int n = qMin(maxLength, input.size());
         if (chunk > 0)
             n = qMin(n, chunk);
@@ -43,7 +42,7 @@ public:
     {
         const QByteArray request(data, length);
         const QByteArray reply = responder ? responder(request) : QByteArray();
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         log << QStringLiteral("write ") + QString::fromLatin1(request);
         requestList << request;
         input += reply;
@@ -51,7 +50,7 @@ public:
     }
     bool setOption(int code, const QVariant& value) override
     {
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         log << QStringLiteral("option %1=%2").arg(code).arg(value.toString());
         if (code == OptionPrepareCommand)
             input.clear();
@@ -60,17 +59,17 @@ public:
 
     QStringList events() const
     {
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         return log;
     }
     QList<QByteArray> requests() const
     {
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         return requestList;
     }
 
 private:
-    mutable QMutex mutex;
+    mutable std::mutex mutex;
     QByteArray input;
     QStringList log;
     QList<QByteArray> requestList;
