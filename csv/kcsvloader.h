@@ -22,7 +22,8 @@ class KCSVInterface : public QObject
 {
     Q_OBJECT
 public:
-    enum FileFormat { TxtFormat = 0, CsvFormat = 1 };
+    // Fixed underlying type: any other value may be stored and kept.
+    enum FileFormat : int { TxtFormat = 0, CsvFormat = 1 };
     Q_ENUM(FileFormat)
 
     // The widget parents the dialogs only; it does not own this object.
@@ -83,7 +84,7 @@ class KCSVLoader : public KCSVInterface
 {
     Q_OBJECT
 public:
-    enum LoadStatus {
+    enum LoadStatus : int {
         NoFileSelected = 0,
         OpenFailed = 1,
         FormatErrors = 2,

@@ -56,6 +56,20 @@ int threadCount()
         .size();
 }
 
+// A thread whose QThread has finished may still be listed for a moment while
+// it unwinds; count only once the number has held still for a while.
+int settledThreadCount()
+{
+    int count = threadCount();
+    for (int stableReads = 0, polls = 0; stableReads < 5 && polls < 200; ++polls) {
+        QThread::msleep(10);
+        const int now = threadCount();
+        stableReads = now == count ? stableReads + 1 : 0;
+        count = now;
+    }
+    return count;
+}
+
 // A device object that records who asks for which medium, and can be slow.
 class RecordingDevice : public QObject
 {
@@ -631,7 +645,7 @@ void DriverCoreTest::runningFlagsClearProgress()
 
 void DriverCoreTest::passiveDriverHasNoThread()
 {
-    const int before = threadCount();
+    const int before = settledThreadCount();
     auto driver = makeDriver(QString());
     QVERIFY(!thread(*driver));
     QVERIFY(!worker(*driver));
@@ -640,7 +654,7 @@ void DriverCoreTest::passiveDriverHasNoThread()
 
 void DriverCoreTest::activeDriverStartsOneThread()
 {
-    const int before = threadCount();
+    const int before = settledThreadCount();
     auto driver = makeDriver(FakeCompanionPath);
     QVERIFY(thread(*driver));
     QTRY_VERIFY(thread(*driver)->isRunning());
@@ -723,7 +737,7 @@ void DriverCoreTest::requestsQueueInOrder()
 
 void DriverCoreTest::destroyWhileWorkerWaits()
 {
-    const int before = threadCount();
+    const int before = settledThreadCount();
     auto driver = makeDriver(FakeCompanionPath);
     FileAccessor* accessor = worker(*driver);
     QAtomicInt entered;
@@ -763,7 +777,7 @@ void DriverCoreTest::destroyDropsQueuedRequests()
 
 void DriverCoreTest::createDestroyCycles()
 {
-    const int before = threadCount();
+    const int before = settledThreadCount();
     RecordingDevice device;
     RuntimeProperties::publishDevice(&device);
     for (int i = 0; i < 200; ++i) {
@@ -794,7 +808,7 @@ void DriverCoreTest::standInCompanionReadsParameters()
 
 void DriverCoreTest::companionPointingAtItselfEndsPassive()
 {
-    const int before = threadCount();
+    const int before = settledThreadCount();
     RuntimeProperties::setPanelEnvironment(true);
     RuntimeProperties::setCompanionLibrary(QStringLiteral(DCP30_PLUGIN));
     const auto create = reinterpret_cast<CreateDriverFunction>(
