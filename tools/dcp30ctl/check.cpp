@@ -1,0 +1,160 @@
+// dcp30ctl check: the cell checks of a program write, run on a PC before the
+// file goes to the panel. The messages are the write log's own, built by the
+// validator the write workflow calls.
+#include "programfile.h"
+#include "subcommand.h"
+
+#include "driver/segmentcodec.h"
+
+#include <QCommandLineParser>
+#include <QTextStream>
+
+namespace
+{
+
+constexpr int MaxSegments = 30;
+
+// The sample controller's parameters (what the simulator answers unless
+// told otherwise): SP1 from -1999 to 9999, EV1 a PV event, EV2 an absolute
+// value deviation event, EV3 a time event.
+const SegmentCodec::WriteParameters DefaultParameters{-1999, 9999, 0, 4, 50};
+
+const char Usage[] =
+    "usage: dcp30ctl check FILE [--segments N] [--sp-limits LO,HI] [--event-kinds K1,K2,K3]\n"
+    "\n"
+    "Checks every segment row of the program file FILE exactly as the panel does\n"
+    "before it writes the program into the controller, and prints the messages the\n"
+    "panel's write error log would hold for it: the loader's warnings first (lines\n"
+    "starting with \"Warning: \"), then, segment by segment, the messages of the log,\n"
+    "then one summary line.\n"
+    "\n"
+    "  --segments N           check segments 1..N (1..30), as a write of N segments\n"
+    "                         would; default: every segment row of the file (at most 30)\n"
+    "  --sp-limits LO,HI      SP1 limits (the controller's setpoint limits)\n"
+    "  --event-kinds K1,K2,K3 event type codes of EV1..EV3: 0,1 PV event; 4,5 absolute\n"
+    "                         value deviation event; 8..11 MV/MFB event; 50 time event;\n"
+    "                         any other code: no specific kind\n"
+    "\n"
+    "Without these options the sample controller's parameters apply (the simulator's\n"
+    "defaults): --sp-limits -1999,9999 --event-kinds 0,4,50.\n"
+    "\n"
+    "Exit status: 0 every requested segment would be written; 1 at least one would\n"
+    "not; 2 bad usage or a file that cannot be loaded.\n";
+
+struct CheckResult {
+    QStringList log;
+    int written = 0;
+};
+
+// The messages a write of segments 1..segmentCnt adds to its error list
+// while it checks the rows, in the same order and with the same texts.
+CheckResult checkSegments(const SegmentCodec::WriteParameters& params,
+                          const QList<QStringList>& rows, int segmentCnt)
+{
+    CheckResult result;
+    for (int s = 1; s <= segmentCnt; ++s) {
+        if (rows.size() < s) {
+            result.log << QStringLiteral("Segment %1 has no data in the csv file. Please check it.")
+                              .arg(s);
+            continue;
+        }
+        QString record;
+        QStringList segmentErrors;
+        if (SegmentCodec::validateDataRow(params, s, rows, record, segmentErrors)) {
+            ++result.written;
+            continue;
+        }
+        result.log << QStringLiteral("\n\tSegment %1 has following format error : ").arg(s);
+        for (const QString& m : segmentErrors)
+            result.log << QStringLiteral("\t\t%1").arg(m);
+    }
+    if (segmentCnt >= 1 && result.written == 0)
+        result.log << QStringLiteral(
+            "\nThere is no data to write out. Maybe the format of all segments are incorrect.");
+    return result;
+}
+
+int runCheck(const QStringList& args)
+{
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+    QCommandLineParser parser;
+    const QCommandLineOption segmentsOption(QStringLiteral("segments"), QString(),
+                                            QStringLiteral("N"));
+    const QCommandLineOption limitsOption(QStringLiteral("sp-limits"), QString(),
+                                          QStringLiteral("LO,HI"));
+    const QCommandLineOption kindsOption(QStringLiteral("event-kinds"), QString(),
+                                         QStringLiteral("K1,K2,K3"));
+    parser.addOptions({segmentsOption, limitsOption, kindsOption});
+    auto usageError = [&](const QString& message) {
+        err << "dcp30ctl check: " << message << "\n(see 'dcp30ctl check --help')\n";
+        return 2;
+    };
+    if (!parser.parse(QStringList{QStringLiteral("check")} + args))
+        return usageError(parser.errorText());
+    if (parser.positionalArguments().size() != 1)
+        return usageError(QStringLiteral("needs exactly one program file"));
+
+    SegmentCodec::WriteParameters params = DefaultParameters;
+    QString source = QStringLiteral("defaults");
+    if (parser.isSet(limitsOption)) {
+        if (!parseSetpointLimits(parser.value(limitsOption), params.spLowLimit, params.spHighLimit))
+            return usageError(QStringLiteral("--sp-limits needs LO,HI with LO <= HI"));
+        source = QStringLiteral("options");
+    }
+    if (parser.isSet(kindsOption)) {
+        if (!parseEventKinds(parser.value(kindsOption), params.ev1Type, params.ev2Type,
+                             params.ev3Type))
+            return usageError(QStringLiteral("--event-kinds needs three integers K1,K2,K3"));
+        source = QStringLiteral("options");
+    }
+    int segmentCnt = -1;
+    if (parser.isSet(segmentsOption)) {
+        bool ok = false;
+        segmentCnt = parser.value(segmentsOption).toInt(&ok);
+        if (!ok || segmentCnt < 1 || segmentCnt > MaxSegments)
+            return usageError(QStringLiteral("--segments needs a number from 1 to 30"));
+    }
+
+    ProgramFile file;
+    QString error;
+    if (!loadProgramFile(parser.positionalArguments().first(), file, error)) {
+        err << "dcp30ctl check: " << error << '\n';
+        return 2;
+    }
+    if (segmentCnt < 0)
+        segmentCnt = qBound(1, file.segmentCount(), MaxSegments);
+
+    for (const QString& w : file.loaderWarnings)
+        out << "Warning: " << w << '\n';
+    if (!file.headerMatches)
+        out << "Warning: the first line is not the program table header; the panel skips it "
+               "all the same.\n";
+
+    const CheckResult result = checkSegments(params, file.rows, segmentCnt);
+    if (!result.log.isEmpty())
+        out << result.log.join(QLatin1Char('\n')) << '\n';
+
+    const QString parameters = QStringLiteral("SP1 %1..%2, event kinds %3,%4,%5 from %6")
+                                   .arg(params.spLowLimit)
+                                   .arg(params.spHighLimit)
+                                   .arg(params.ev1Type)
+                                   .arg(params.ev2Type)
+                                   .arg(params.ev3Type)
+                                   .arg(source);
+    QString ignored;
+    if (file.segmentCount() > segmentCnt)
+        ignored = QStringLiteral("; rows after segment %1 not checked").arg(segmentCnt);
+    out << QStringLiteral("check: %1 of %2 segments would be written (%3%4)\n")
+               .arg(result.written)
+               .arg(segmentCnt)
+               .arg(parameters, ignored);
+    return result.written == segmentCnt ? 0 : 1;
+}
+
+const SubcommandRegistration registration{
+    Subcommand{QStringLiteral("check"),
+               QStringLiteral("check a program file as the panel does before a write"),
+               QString::fromLatin1(Usage), runCheck}};
+
+} // namespace
