@@ -1,12 +1,14 @@
 // dcp30ctl check: the cell checks of a program write, run on a PC before the
 // file goes to the panel. The messages are the write log's own, built by the
 // validator the write workflow calls.
+#include "pluginsession.h"
 #include "programfile.h"
 #include "subcommand.h"
 
 #include "driver/segmentcodec.h"
 
 #include <QCommandLineParser>
+#include <QLoggingCategory>
 #include <QTextStream>
 
 namespace
@@ -21,6 +23,7 @@ const SegmentCodec::WriteParameters DefaultParameters{-1999, 9999, 0, 4, 50};
 
 const char Usage[] =
     "usage: dcp30ctl check FILE [--segments N] [--sp-limits LO,HI] [--event-kinds K1,K2,K3]\n"
+    "                     [--port DEV]\n"
     "\n"
     "Checks every segment row of the program file FILE exactly as the panel does\n"
     "before it writes the program into the controller, and prints the messages the\n"
@@ -34,12 +37,17 @@ const char Usage[] =
     "  --event-kinds K1,K2,K3 event type codes of EV1..EV3: 0,1 PV event; 4,5 absolute\n"
     "                         value deviation event; 8..11 MV/MFB event; 50 time event;\n"
     "                         any other code: no specific kind\n"
+    "  --port DEV             read the limits and event kinds from the controller on the\n"
+    "                         serial port DEV (RS485,9600,EVEN,8,1), through the dcp30\n"
+    "                         plug-in, as the panel reads them before a write\n"
     "\n"
-    "Without these options the sample controller's parameters apply (the simulator's\n"
+    "--sp-limits and --event-kinds override what --port reads. Without either and\n"
+    "without --port the sample controller's parameters apply (the simulator's\n"
     "defaults): --sp-limits -1999,9999 --event-kinds 0,4,50.\n"
     "\n"
     "Exit status: 0 every requested segment would be written; 1 at least one would\n"
-    "not; 2 bad usage or a file that cannot be loaded.\n";
+    "not; 2 bad usage, a file that cannot be loaded, or a controller that cannot\n"
+    "be asked.\n";
 
 struct CheckResult {
     QStringList log;
@@ -74,6 +82,34 @@ CheckResult checkSegments(const SegmentCodec::WriteParameters& params,
     return result;
 }
 
+// The five parameters as the driver reads them before a program write.
+bool readControllerParameters(const QString& portName, SegmentCodec::WriteParameters& params,
+                              QString& error)
+{
+    // The port's own log lines would repeat what error and the notes say;
+    // QT_LOGGING_RULES still turns them back on.
+    QLoggingCategory::setFilterRules(QStringLiteral("dcp.host.serial.info=false\n"
+                                                    "dcp.host.serial.warning=false"));
+    PluginSessionOptions options;
+    options.portName = portName;
+    PluginSession session(options);
+    if (!session.load(&error) || !session.openPort(&error))
+        return false;
+    for (const QString& warning : session.portWarnings())
+        QTextStream(stderr) << "dcp30ctl check: note: " << portName
+                            << " is a pseudo-terminal: going on without " << warning << '\n';
+    QList<int> values;
+    bool complete = false;
+    session.runOnCommunicationThread([&] { values = session.readWriteParameters(&complete); });
+    if (!complete) {
+        error =
+            QStringLiteral("%1: the controller did not answer the parameter reads").arg(portName);
+        return false;
+    }
+    params = SegmentCodec::WriteParameters::fromList(values);
+    return true;
+}
+
 int runCheck(const QStringList& args)
 {
     QTextStream out(stdout);
@@ -85,7 +121,8 @@ int runCheck(const QStringList& args)
                                           QStringLiteral("LO,HI"));
     const QCommandLineOption kindsOption(QStringLiteral("event-kinds"), QString(),
                                          QStringLiteral("K1,K2,K3"));
-    parser.addOptions({segmentsOption, limitsOption, kindsOption});
+    const QCommandLineOption portOption(QStringLiteral("port"), QString(), QStringLiteral("DEV"));
+    parser.addOptions({segmentsOption, limitsOption, kindsOption, portOption});
     auto usageError = [&](const QString& message) {
         err << "dcp30ctl check: " << message << "\n(see 'dcp30ctl check --help')\n";
         return 2;
@@ -95,19 +132,18 @@ int runCheck(const QStringList& args)
     if (parser.positionalArguments().size() != 1)
         return usageError(QStringLiteral("needs exactly one program file"));
 
-    SegmentCodec::WriteParameters params = DefaultParameters;
-    QString source = QStringLiteral("defaults");
-    if (parser.isSet(limitsOption)) {
-        if (!parseSetpointLimits(parser.value(limitsOption), params.spLowLimit, params.spHighLimit))
-            return usageError(QStringLiteral("--sp-limits needs LO,HI with LO <= HI"));
-        source = QStringLiteral("options");
-    }
-    if (parser.isSet(kindsOption)) {
-        if (!parseEventKinds(parser.value(kindsOption), params.ev1Type, params.ev2Type,
-                             params.ev3Type))
-            return usageError(QStringLiteral("--event-kinds needs three integers K1,K2,K3"));
-        source = QStringLiteral("options");
-    }
+    // Parsed before anything is loaded or asked: a usage error costs nothing.
+    SegmentCodec::WriteParameters fromOptions = DefaultParameters;
+    if (parser.isSet(limitsOption) &&
+        !parseSetpointLimits(parser.value(limitsOption), fromOptions.spLowLimit,
+                             fromOptions.spHighLimit))
+        return usageError(QStringLiteral("--sp-limits needs LO,HI with LO <= HI"));
+    if (parser.isSet(kindsOption) &&
+        !parseEventKinds(parser.value(kindsOption), fromOptions.ev1Type, fromOptions.ev2Type,
+                         fromOptions.ev3Type))
+        return usageError(QStringLiteral("--event-kinds needs three integers K1,K2,K3"));
+    if (parser.isSet(portOption) && parser.value(portOption).isEmpty())
+        return usageError(QStringLiteral("--port needs a serial device"));
     int segmentCnt = -1;
     if (parser.isSet(segmentsOption)) {
         bool ok = false;
@@ -122,6 +158,28 @@ int runCheck(const QStringList& args)
         err << "dcp30ctl check: " << error << '\n';
         return 2;
     }
+
+    SegmentCodec::WriteParameters params = DefaultParameters;
+    QString source = QStringLiteral("defaults");
+    if (parser.isSet(portOption)) {
+        if (!readControllerParameters(parser.value(portOption), params, error)) {
+            err << "dcp30ctl check: " << error << '\n';
+            return 2;
+        }
+        source = QStringLiteral("the controller");
+    }
+    if (parser.isSet(limitsOption)) {
+        params.spLowLimit = fromOptions.spLowLimit;
+        params.spHighLimit = fromOptions.spHighLimit;
+    }
+    if (parser.isSet(kindsOption)) {
+        params.ev1Type = fromOptions.ev1Type;
+        params.ev2Type = fromOptions.ev2Type;
+        params.ev3Type = fromOptions.ev3Type;
+    }
+    if (parser.isSet(limitsOption) || parser.isSet(kindsOption))
+        source = parser.isSet(portOption) ? QStringLiteral("the controller and options")
+                                          : QStringLiteral("options");
     if (segmentCnt < 0)
         segmentCnt = qBound(1, file.segmentCount(), MaxSegments);
 
