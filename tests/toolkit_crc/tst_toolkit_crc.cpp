@@ -44,93 +44,77 @@ class TestToolkitCrc : public QObject
     Q_OBJECT
 private slots:
     // Must stay the first test: it makes the first call of every update function.
-    void firstCallRace();
-    void checksums_data();
-    void checksums();
-    void crcCheckValues();
-    void highBytesAreBytes();
-    void sick();
+    void firstCallRace()
+    {
+        std::atomic<int> ready{0};
+        QVector<quint64> results[2];
+        auto racer = [&](int i) {
+            ready.fetch_add(1);
+            while (ready.load() < 2) {
+            }
+            results[i] = allCrcs();
+        };
+        std::thread a(racer, 0);
+        std::thread b(racer, 1);
+        a.join();
+        b.join();
+        QCOMPARE(results[0], results[1]);
+        QCOMPARE(results[0], allCrcs());
+    }
+
+    void checksums_data()
+    {
+        QTest::addColumn<QByteArray>("data");
+        QTest::addColumn<int>("sum8");
+        QTest::addColumn<int>("sum16");
+        QTest::addColumn<int>("xor8");
+        QTest::newRow("empty") << QByteArray() << 0 << 0 << 0;
+        QTest::newRow("check input") << checkInput << 0xDD << 0x01DD << 0x31;
+        QTest::newRow("both sums wrap") << QByteArray(258, '\xff') << 0xFE << 0x00FE << 0x00;
+    }
+    void checksums()
+    {
+        QFETCH(QByteArray, data);
+        QTEST(int(UInt8CheckSum(bytes(data), data.size())), "sum8");
+        QTEST(int(UShortCheckSum(bytes(data), data.size())), "sum16");
+        QTEST(int(XorUInt8CheckSum(bytes(data), data.size())), "xor8");
+        // A length below 1 covers nothing.
+        QCOMPARE(int(UInt8CheckSum(bytes(data), -1)), 0);
+        QCOMPARE(int(UShortCheckSum(bytes(data), 0)), 0);
+        QCOMPARE(int(XorUInt8CheckSum(bytes(data), -7)), 0);
+    }
+
+    // The catalogue check values; bytes above 0x7F arrive as negative chars
+    // and must still index the tables by their value.
+    void crcCheckValues()
+    {
+        QCOMPARE(CRC16Calculate(bytes(checkInput), checkInput.size()), (unsigned short)0xBB3D);
+        QCOMPARE(CRC16Calculate(bytes(checkInput), -5), (unsigned short)0);
+        QCOMPARE(runCrc<unsigned short>(checkInput, 0, update_crc_16), (unsigned short)0xBB3D);
+        QCOMPARE(runCrc<unsigned long>(checkInput, 0xFFFFFFFFul, update_crc_32) ^ 0xFFFFFFFFul,
+                 0xCBF43926ul);
+        QCOMPARE(runCrc<unsigned short>(checkInput, 0xFFFF, update_crc_ccitt),
+                 (unsigned short)0x29B1);
+        QCOMPARE(runCrc<unsigned short>(checkInput, 0, update_crc_kermit), (unsigned short)0x2189);
+        QCOMPARE((unsigned short)~runCrc<unsigned short>(checkInput, 0, update_crc_dnp),
+                 (unsigned short)0xEA82);
+        QCOMPARE(runCrc<unsigned short>(QByteArray::fromHex("ffff80"), 0xFFFF, update_crc_ccitt),
+                 (unsigned short)0x9188);
+        QCOMPARE(runCrc<unsigned long>(QByteArray(1, '\xff'), 0xFFFFFFFFul, update_crc_32) ^
+                     0xFFFFFFFFul,
+                 0xFF000000ul);
+    }
+
+    void sick()
+    {
+        // Step by step: shift, fold in the polynomial when the top bit fell
+        // out, then mix in the byte and its predecessor.
+        QCOMPARE(update_crc_sick(0x0000, 0x12, 0x00), (unsigned short)0x0012);
+        QCOMPARE(update_crc_sick(0x0012, 0x34, 0x12), (unsigned short)0x1210);
+        QCOMPARE(update_crc_sick(0x8000, 0x00, 0x00), (unsigned short)0x8005);
+        QCOMPARE(update_crc_sick(0xC000, char(0xFF), char(0x80)), (unsigned short)0x80FA);
+    }
 };
-
-void TestToolkitCrc::firstCallRace()
-{
-    std::atomic<int> ready{0};
-    QVector<quint64> results[2];
-    auto racer = [&](int i) {
-        ready.fetch_add(1);
-        while (ready.load() < 2) {
-        }
-        results[i] = allCrcs();
-    };
-    std::thread a(racer, 0);
-    std::thread b(racer, 1);
-    a.join();
-    b.join();
-    QCOMPARE(results[0], results[1]);
-    QCOMPARE(results[0], allCrcs());
-}
-
-void TestToolkitCrc::checksums_data()
-{
-    QTest::addColumn<QByteArray>("data");
-    QTest::addColumn<int>("sum8");
-    QTest::addColumn<int>("sum16");
-    QTest::addColumn<int>("xor8");
-    QTest::newRow("empty") << QByteArray() << 0 << 0 << 0;
-    QTest::newRow("80 80 01 wraps the 8-bit sum")
-        << QByteArray::fromHex("808001") << 0x01 << 0x0101 << 0x01;
-    QTest::newRow("check input") << checkInput << 0xDD << 0x01DD << 0x31;
-    QTest::newRow("16-bit sum wraps") << QByteArray(258, '\xff') << 0xFE << 0x00FE << 0x00;
-}
-
-void TestToolkitCrc::checksums()
-{
-    QFETCH(QByteArray, data);
-    QTEST(int(UInt8CheckSum(bytes(data), data.size())), "sum8");
-    QTEST(int(UShortCheckSum(bytes(data), data.size())), "sum16");
-    QTEST(int(XorUInt8CheckSum(bytes(data), data.size())), "xor8");
-    // A length below 1 covers nothing.
-    QCOMPARE(int(UInt8CheckSum(bytes(data), -1)), 0);
-    QCOMPARE(int(UShortCheckSum(bytes(data), 0)), 0);
-    QCOMPARE(int(XorUInt8CheckSum(bytes(data), -7)), 0);
-}
-
-void TestToolkitCrc::crcCheckValues()
-{
-    QCOMPARE(CRC16Calculate(bytes(checkInput), checkInput.size()), (unsigned short)0xBB3D);
-    QCOMPARE(CRC16Calculate(bytes(checkInput), 0), (unsigned short)0);
-    QCOMPARE(CRC16Calculate(bytes(checkInput), -5), (unsigned short)0);
-    QCOMPARE(runCrc<unsigned long>(checkInput, 0xFFFFFFFFul, update_crc_32) ^ 0xFFFFFFFFul,
-             0xCBF43926ul);
-    QCOMPARE(runCrc<unsigned short>(checkInput, 0xFFFF, update_crc_ccitt), (unsigned short)0x29B1);
-    QCOMPARE(runCrc<unsigned short>(checkInput, 0, update_crc_kermit), (unsigned short)0x2189);
-    const unsigned short dnp = runCrc<unsigned short>(checkInput, 0, update_crc_dnp);
-    QCOMPARE(dnp, (unsigned short)0x157D);
-    QCOMPARE((unsigned short)~dnp, (unsigned short)0xEA82);
-    QCOMPARE(runCrc<unsigned short>(checkInput, 0, update_crc_16), (unsigned short)0xBB3D);
-}
-
-void TestToolkitCrc::highBytesAreBytes()
-{
-    // A byte above 0x7F arrives as a negative char on this platform; the MSB-first
-    // table must still be indexed by the byte value (CRC-16/CCITT-FALSE of FF FF 80).
-    const QByteArray high = QByteArray::fromHex("ffff80");
-    QCOMPARE(runCrc<unsigned short>(high, 0xFFFF, update_crc_ccitt), (unsigned short)0x9188);
-    // CRC-32 of a single FF byte (standard: 0xFF000000).
-    QCOMPARE(runCrc<unsigned long>(QByteArray(1, '\xff'), 0xFFFFFFFFul, update_crc_32) ^
-                 0xFFFFFFFFul,
-             0xFF000000ul);
-}
-
-void TestToolkitCrc::sick()
-{
-    // Step by step: shift, fold in the polynomial when the top bit fell out,
-    // then mix in the byte and its predecessor.
-    QCOMPARE(update_crc_sick(0x0000, 0x12, 0x00), (unsigned short)0x0012);
-    QCOMPARE(update_crc_sick(0x0012, 0x34, 0x12), (unsigned short)0x1210);
-    QCOMPARE(update_crc_sick(0x8000, 0x00, 0x00), (unsigned short)0x8005);
-    QCOMPARE(update_crc_sick(0xC000, char(0xFF), char(0x80)), (unsigned short)0x80FA);
-}
 
 QTEST_GUILESS_MAIN(TestToolkitCrc)
 #include "tst_toolkit_crc.moc"

@@ -25,101 +25,89 @@ class TestTimeFunctions : public QObject
 {
     Q_OBJECT
 private slots:
-    void sleepZero();
-    void sleepLastsTheRequest_data();
-    void sleepLastsTheRequest();
-    void signalsDoNotShortenTheSleep();
-    void monotonicClock();
-    void processIsRunning();
-};
-
-void TestTimeFunctions::sleepZero()
-{
-    QCOMPARE(HRSleep(0), 0);
-}
-
-void TestTimeFunctions::sleepLastsTheRequest_data()
-{
-    QTest::addColumn<int>("ms");
-    QTest::newRow("under a second") << 30;
-    QTest::newRow("seconds and milliseconds") << 1050; // needs both halves of the request
-}
-
-void TestTimeFunctions::sleepLastsTheRequest()
-{
-    QFETCH(int, ms);
-    const qint64 start = CurrentMSecsSinceBoot();
-    QCOMPARE(HRSleep(static_cast<unsigned long>(ms)), 0);
-    QVERIFY(CurrentMSecsSinceBoot() - start >= ms);
-}
-
-void TestTimeFunctions::signalsDoNotShortenTheSleep()
-{
-    struct sigaction action = {};
-    action.sa_handler = countSignal;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = 0; // no SA_RESTART: nanosleep really is interrupted
-    struct sigaction previous = {};
-    QCOMPARE(sigaction(SIGUSR1, &action, &previous), 0);
-
-    signalsSeen = 0;
-    const pthread_t sleeper = pthread_self();
-    std::atomic<bool> done{false};
-    std::thread interrupter([&] {
-        for (int i = 0; i < 5 && !done; ++i) {
-            usleep(40 * 1000);
-            if (!done)
-                pthread_kill(sleeper, SIGUSR1);
-        }
-    });
-    const qint64 start = CurrentMSecsSinceBoot();
-    const int result = HRSleep(300);
-    const qint64 elapsed = CurrentMSecsSinceBoot() - start;
-    done = true;
-    interrupter.join();
-    sigaction(SIGUSR1, &previous, nullptr);
-
-    QCOMPARE(result, 0);
-    QVERIFY(signalsSeen > 0);
-    QVERIFY2(elapsed >= 300, qPrintable(QString::number(elapsed)));
-}
-
-void TestTimeFunctions::monotonicClock()
-{
-    const qint64 first = CurrentMSecsSinceBoot();
-    QVERIFY(first > 0);
-    qint64 previous = first;
-    for (int i = 0; i < 1000; ++i) {
-        const qint64 now = CurrentMSecsSinceBoot();
-        QVERIFY(now >= previous);
-        previous = now;
+    void sleepLastsTheRequest_data()
+    {
+        QTest::addColumn<int>("ms");
+        QTest::newRow("zero") << 0;
+        QTest::newRow("under a second") << 30;
+        QTest::newRow("seconds and milliseconds") << 1050; // needs both halves of the request
     }
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    QVERIFY(qAbs(qint64(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000 - CurrentMSecsSinceBoot()) <= 5);
-}
+    void sleepLastsTheRequest()
+    {
+        QFETCH(int, ms);
+        const qint64 start = CurrentMSecsSinceBoot();
+        QCOMPARE(HRSleep(static_cast<unsigned long>(ms)), 0);
+        QVERIFY(CurrentMSecsSinceBoot() - start >= ms);
+    }
 
-void TestTimeFunctions::processIsRunning()
-{
-    QVERIFY(ProcessIsRunning(getpid()));
-    QVERIFY(ProcessIsRunning(1)); // init: exists, usually another user's (EPERM)
+    void signalsDoNotShortenTheSleep()
+    {
+        struct sigaction action = {};
+        action.sa_handler = countSignal;
+        sigemptyset(&action.sa_mask);
+        action.sa_flags = 0; // no SA_RESTART: nanosleep really is interrupted
+        struct sigaction previous = {};
+        QCOMPARE(sigaction(SIGUSR1, &action, &previous), 0);
 
-    // A child that has exited and been reaped leaves an id that no process has.
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(0);
-    QVERIFY(child > 0);
-    QVERIFY(ProcessIsRunning(child)); // exited or not, it exists until reaped
-    int status = 0;
-    QCOMPARE(waitpid(child, &status, 0), child);
-    QVERIFY(!ProcessIsRunning(child));
+        signalsSeen = 0;
+        const pthread_t sleeper = pthread_self();
+        std::atomic<bool> done{false};
+        std::thread interrupter([&] {
+            for (int i = 0; i < 5 && !done; ++i) {
+                usleep(40 * 1000);
+                if (!done)
+                    pthread_kill(sleeper, SIGUSR1);
+            }
+        });
+        const qint64 start = CurrentMSecsSinceBoot();
+        const int result = HRSleep(300);
+        const qint64 elapsed = CurrentMSecsSinceBoot() - start;
+        done = true;
+        interrupter.join();
+        sigaction(SIGUSR1, &previous, nullptr);
 
-    // Ids kill() would read as groups or as "every process".
-    QVERIFY(!ProcessIsRunning(0));
-    QVERIFY(!ProcessIsRunning(-1));
-    QVERIFY(!ProcessIsRunning(-qint64(getpid())));
-    QVERIFY(!ProcessIsRunning(0x100000000LL + getpid()));
-}
+        QCOMPARE(result, 0);
+        QVERIFY(signalsSeen > 0);
+        QVERIFY2(elapsed >= 300, qPrintable(QString::number(elapsed)));
+    }
+
+    void monotonicClock()
+    {
+        qint64 previous = CurrentMSecsSinceBoot();
+        QVERIFY(previous > 0);
+        for (int i = 0; i < 1000; ++i) {
+            const qint64 now = CurrentMSecsSinceBoot();
+            QVERIFY(now >= previous);
+            previous = now;
+        }
+        timespec ts{};
+        clock_gettime(CLOCK_MONOTONIC, &ts);
+        QVERIFY(qAbs(qint64(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000 - CurrentMSecsSinceBoot()) <=
+                5);
+    }
+
+    void processIsRunning()
+    {
+        QVERIFY(ProcessIsRunning(getpid()));
+        QVERIFY(ProcessIsRunning(1)); // init: exists, usually another user's (EPERM)
+
+        // A child that has exited and been reaped leaves an id that no process has.
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(0);
+        QVERIFY(child > 0);
+        QVERIFY(ProcessIsRunning(child)); // exited or not, it exists until reaped
+        int status = 0;
+        QCOMPARE(waitpid(child, &status, 0), child);
+        QVERIFY(!ProcessIsRunning(child));
+
+        // Ids kill() would read as groups or as "every process".
+        QVERIFY(!ProcessIsRunning(0));
+        QVERIFY(!ProcessIsRunning(-1));
+        QVERIFY(!ProcessIsRunning(-qint64(getpid())));
+        QVERIFY(!ProcessIsRunning(0x100000000LL + getpid()));
+    }
+};
 
 QTEST_GUILESS_MAIN(TestTimeFunctions)
 #include "tst_toolkit_time.moc"
