@@ -39,15 +39,19 @@ QString sniff(const QByteArray& head, QTextCodec* loaderCodec)
     const QString text = codec->toUnicode(head);
     if (text.trimmed().isEmpty())
         return QStringLiteral("the file is empty");
+    // A spreadsheet's 8-bit export without a byte-order mark decodes as
+    // UTF-16 nonsense without line breaks; say what it really is.
+    const bool plainBytes = std::none_of(head.begin(), head.end(), [](char c) {
+        return uchar(c) < 0x20 && c != '\t' && c != '\n' && c != '\r';
+    });
+    if (!hasUtfByteOrderMark(head) && plainBytes && head.contains('\n') &&
+        !text.contains(QLatin1Char('\n')))
+        return QStringLiteral("8-bit text without a UTF-16 byte-order mark, not a program file "
+                              "(program files are UTF-16 text)");
     const int lineEnd = text.indexOf(QLatin1Char('\n'));
     const QString firstLine = text.left(lineEnd < 0 ? 4096 : lineEnd);
     if (std::any_of(firstLine.begin(), firstLine.end(), isControl))
         return QStringLiteral("binary data, not a program file");
-    // A spreadsheet's 8-bit export without a byte-order mark decodes as
-    // UTF-16 nonsense without line breaks; say what it really is.
-    if (!hasUtfByteOrderMark(head) && !head.contains('\0') && lineEnd < 0 && head.contains('\n'))
-        return QStringLiteral("8-bit text without a UTF-16 byte-order mark, not a program file "
-                              "(program files are UTF-16 text)");
     return QString();
 }
 
