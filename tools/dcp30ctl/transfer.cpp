@@ -8,6 +8,7 @@
 #include "transfer.h"
 
 #include "host/runtime/messagecentre.h"
+#include "host/serial/serialsettings.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -481,8 +482,15 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
         *error = QStringLiteral("--port needs a device");
         return 2;
     }
-    if (parser.isSet(settings))
+    if (parser.isSet(settings)) {
         r.session.settings = parser.value(settings);
+        SerialSettings parsed;
+        QString why;
+        if (!SerialSettings::parse(r.session.settings, &parsed, &why)) {
+            *error = QStringLiteral("bad --settings \"%1\": %2").arg(r.session.settings, why);
+            return 2;
+        }
+    }
     r.session.pluginPath = parser.value(plugin);
     r.session.companionPath = parser.value(companion);
     r.session.retries = 3;
@@ -601,7 +609,9 @@ int runTransfer(TransferDirection direction, const QStringList& args)
                                .arg(qMax(0, rows - 1))
                                .arg(request.segments);
             else if (outcome.errorFlag)
-                reasons << QStringLiteral("the file is complete: retries overcame the problems");
+                reasons << QStringLiteral("%1 was written with %2 segment rows")
+                               .arg(programFile)
+                               .arg(rows - 1);
         }
     }
     if (!reasons.isEmpty() && direction == TransferDirection::Write &&

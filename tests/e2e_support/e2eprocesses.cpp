@@ -1,0 +1,271 @@
+#include "e2eprocesses.h"
+
+#include "driver/segmentcodec.h"
+#include "sim/programstore.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QThread>
+
+#include <unistd.h>
+
+namespace E2e
+{
+
+QString buildDirectory()
+{
+    return qEnvironmentVariable("DCP_BUILD_DIR");
+}
+
+QString simulatorPath()
+{
+    return buildDirectory() + QStringLiteral("/bin/dcp30-sim");
+}
+
+QString toolPath()
+{
+    return buildDirectory() + QStringLiteral("/bin/dcp30ctl");
+}
+
+Simulator::Simulator(const QStringList& arguments)
+{
+    process.setProgram(simulatorPath());
+    process.setArguments(arguments + QStringList{QStringLiteral("--exit-on-stdin-eof")});
+    process.start();
+    if (!process.waitForStarted(10000))
+        return;
+    processId = process.processId();
+    QElapsedTimer clock;
+    clock.start();
+    while (!process.canReadLine() && clock.elapsed() < 10000 && process.waitForReadyRead(1000)) {
+    }
+    const QString line = QString::fromLocal8Bit(process.readLine()).trimmed();
+    const QString prefix = QStringLiteral("dcp30-sim: listening on ");
+    if (line.startsWith(prefix))
+        devicePath = line.mid(prefix.size());
+}
+
+Simulator::~Simulator()
+{
+    if (process.state() == QProcess::NotRunning)
+        return;
+    process.closeWriteChannel();
+    if (!process.waitForFinished(5000)) {
+        process.kill();
+        process.waitForFinished(5000);
+    }
+}
+
+bool Simulator::stop()
+{
+    if (process.state() == QProcess::NotRunning)
+        return false;
+    process.closeWriteChannel();
+    if (!process.waitForFinished(10000)) {
+        process.kill();
+        process.waitForFinished(5000);
+        return false;
+    }
+    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+}
+
+QString Simulator::standardError()
+{
+    return QString::fromLocal8Bit(process.readAllStandardError());
+}
+
+QString ToolRun::describe() const
+{
+    return QStringLiteral("dcp30ctl %1, exit code %2\n--- stdout\n%3--- stderr\n%4")
+        .arg(!finished                        ? QStringLiteral("killed after its time")
+             : status == QProcess::NormalExit ? QStringLiteral("ended")
+                                              : QStringLiteral("crashed"))
+        .arg(exitCode)
+        .arg(out, err);
+}
+
+QProcessEnvironment toolEnvironment(int waitPercent)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    const QString runtime = buildDirectory() + QStringLiteral("/test-home/runtime");
+    QDir().mkpath(runtime);
+    QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    if (waitPercent > 0)
+        env.insert(QStringLiteral("DCP30_WAIT_PERCENT"), QString::number(waitPercent));
+    else
+        env.remove(QStringLiteral("DCP30_WAIT_PERCENT"));
+    return env;
+}
+
+namespace
+{
+
+ToolRun collect(QProcess& process, const QString& errSoFar, int timeoutMs)
+{
+    ToolRun run;
+    run.pid = process.processId();
+    run.finished = process.waitForFinished(timeoutMs);
+    if (!run.finished) {
+        process.kill();
+        process.waitForFinished(5000);
+    }
+    run.status = process.exitStatus();
+    run.exitCode = process.exitCode();
+    run.out = QString::fromLocal8Bit(process.readAllStandardOutput());
+    run.err = errSoFar + QString::fromLocal8Bit(process.readAllStandardError());
+    return run;
+}
+
+} // namespace
+
+ToolRun runTool(const QStringList& arguments, int waitPercent, int timeoutMs)
+{
+    QProcess process;
+    process.setProcessEnvironment(toolEnvironment(waitPercent));
+    process.start(toolPath(), arguments);
+    if (!process.waitForStarted(10000))
+        return ToolRun{};
+    return collect(process, QString(), timeoutMs);
+}
+
+RunningTool::RunningTool(const QStringList& arguments, int waitPercent)
+{
+    process.setProcessEnvironment(toolEnvironment(waitPercent));
+    process.start(toolPath(), arguments);
+    process.waitForStarted(10000);
+}
+
+RunningTool::~RunningTool()
+{
+    if (process.state() != QProcess::NotRunning) {
+        process.kill();
+        process.waitForFinished(5000);
+    }
+}
+
+bool RunningTool::waitForError(const QString& text, int timeoutMs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < timeoutMs) {
+        err += QString::fromLocal8Bit(process.readAllStandardError());
+        if (err.contains(text))
+            return true;
+        if (process.state() == QProcess::NotRunning)
+            return false;
+        process.waitForReadyRead(20);
+    }
+    return false;
+}
+
+ToolRun RunningTool::finish(int timeoutMs)
+{
+    return collect(process, err, timeoutMs);
+}
+
+QList<qint64> livingChildren()
+{
+    QList<qint64> children;
+    const QString self = QString::number(::getpid());
+    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString& entry : entries) {
+        bool numeric = false;
+        const qint64 pid = entry.toLongLong(&numeric);
+        if (!numeric)
+            continue;
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(entry));
+        if (!stat.open(QIODevice::ReadOnly))
+            continue;
+        // "pid (comm) state ppid ...": comm may hold blanks, so count from
+        // the last parenthesis.
+        const QByteArray text = stat.readAll();
+        const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+        if (fields.size() > 1 && fields.at(1) == self.toLatin1())
+            children << pid;
+    }
+    return children;
+}
+
+bool ptyReleased(const QString& device)
+{
+    if (device.isEmpty())
+        return true;
+    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString& entry : entries) {
+        bool numeric = false;
+        entry.toLongLong(&numeric);
+        if (!numeric)
+            continue;
+        QDir fds(QStringLiteral("/proc/%1/fd").arg(entry));
+        for (const QFileInfo& fd : fds.entryInfoList(QDir::System | QDir::NoDotAndDotDot)) {
+            if (fd.symLinkTarget() == device)
+                return false;
+        }
+    }
+    return true;
+}
+
+QByteArray expectedProgramFile(const ProgramStore& store, int program, const QList<int>& segments)
+{
+    QList<QStringList> rows{SegmentCodec::headerRow()};
+    for (int segment : segments)
+        rows << SegmentCodec::recordToRow(segment,
+                                          QString::fromLatin1(store.segment(program, segment)));
+    return programFileBytes(rows);
+}
+
+QStringList refusedSegmentRow(int segment)
+{
+    QStringList row{QStringLiteral("SEG%1").arg(segment)};
+    while (row.size() < SegmentCodec::ColumnCount)
+        row << QStringLiteral("----");
+    return row;
+}
+
+QByteArray programFileBytes(const QList<QStringList>& rows)
+{
+    QString text;
+    for (const QStringList& row : rows) {
+        QStringList cells;
+        for (QString cell : row) {
+            if (cell.contains(QLatin1Char('\n')) || cell.contains(QLatin1Char('\t')) ||
+                cell.contains(QLatin1Char('"')))
+                cell = QLatin1Char('"') + cell.replace(QLatin1String("\""), QLatin1String("\"\"")) +
+                       QLatin1Char('"');
+            cells << cell;
+        }
+        text += cells.join(QLatin1Char('\t')) + QLatin1Char('\n');
+    }
+    QByteArray bytes("\xFF\xFE", 2);
+    for (QChar c : text) {
+        bytes += char(c.unicode() & 0xFF);
+        bytes += char(c.unicode() >> 8);
+    }
+    return bytes;
+}
+
+QList<int> segmentRange(int count)
+{
+    QList<int> segments;
+    for (int s = 1; s <= count; ++s)
+        segments << s;
+    return segments;
+}
+
+QByteArray readFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+} // namespace E2e
