@@ -8,7 +8,7 @@
 #include "tests/driver_core/fakecompanion.h"
 #include "tests/driver_core/threadrunner.h"
 #include "tests/driver_core/tsanoptions.h"
-#include "tests/host_runtime/scriptedport.h"
+#include "tests/support/scriptedport.h"
 
 #include <QtTest>
 
@@ -793,9 +793,9 @@ void DriverCoreTest::standInCompanionReadsParameters()
 {
     QMap<int, quint16> memory{{4509, 65336}, {4510, 65535}, {4511, 1370}, {4512, 0},
                               {3501, 1},     {3505, 2},     {3506, 0},    {3509, 0}};
-    port.responder = [&memory](const QByteArray& request) {
-        return registerReply(request, memory);
-    };
+    port.setResponder([&memory](const QByteArray& request) {
+        return ScriptedPort::Answer::withReply(registerReply(request, memory));
+    });
     auto driver = makeDriver(StandInCompanionPath);
     QCOMPARE(driver->read(&port, command("RAM3501", CommunicatorCommand::WordKind, 1)),
              QByteArray("\x01\x00", 2));
@@ -803,7 +803,7 @@ void DriverCoreTest::standInCompanionReadsParameters()
     QVERIFY(writeVar(*driver, "WF0", byte(1)));
     QCOMPARE(writes.count(), 1);
     QCOMPARE(writes.at(0).at(0).value<QList<int>>(), (QList<int>{-200, 1370, 1, 2, 0}));
-    port.responder = nullptr;
+    port.setResponder(nullptr);
 }
 
 void DriverCoreTest::companionPointingAtItselfEndsPassive()

@@ -1,7 +1,7 @@
 // The stand-in companion driver: its register protocol, byte order and
 // failure answers, through a scripted port.
 #include "host/companion/sdc35companion.h"
-#include "tests/host_runtime/scriptedport.h"
+#include "tests/support/scriptedport.h"
 
 #include <QtTest>
 
@@ -10,7 +10,7 @@ namespace
 
 QByteArray framed(const QByteArray& text)
 {
-    return '\x02' + text + "\x03\r\n";
+    return ScriptedPort::framed(text);
 }
 
 CommunicatorCommand command(int kind, unsigned count, const QString& address)
@@ -182,28 +182,31 @@ void CompanionTest::read()
     QFETCH(QByteArray, request);
     QFETCH(QByteArray, data);
     ScriptedPort port;
-    port.responder = [&](const QByteArray&) { return reply; };
+    port.addAnswer("", ScriptedPort::Answer::withReply(reply), ScriptedPort::Forever);
     Sdc35Companion companion;
     QCOMPARE(companion.read(&port, command(kind, count, address)), data);
     const QList<QByteArray> expectedRequests =
         request.isEmpty() ? QList<QByteArray>{} : QList<QByteArray>{request};
-    QCOMPARE(port.requests(), expectedRequests);
+    QCOMPARE(port.sentFrames(), expectedRequests);
 }
 
 void CompanionTest::readPreparesPortAndCollectsSplitReply()
 {
     ScriptedPort port;
-    port.chunk = 3;
-    port.responder = [](const QByteArray&) {
-        return QByteArray("\x02") + "0100X00,1,2,3" + "\x03\r\n";
-    };
+    port.setReadChunk(3);
+    port.addAnswer("", ScriptedPort::Answer::withReply(framed("0100X00,1,2,3")));
     Sdc35Companion companion;
     QCOMPARE(companion.read(&port, command(CommunicatorCommand::WordKind, 3, "RAM10")),
              QByteArray::fromHex("010002000300"));
-    const QStringList events = port.events();
-    QCOMPARE(events.size(), 2);
-    QCOMPARE(events.at(0), QStringLiteral("option 12=0"));
-    QVERIFY(events.at(1).startsWith(QLatin1String("write ")));
+    // Prepared, sent once, then the reply collected over several short reads.
+    const QList<ScriptedPort::Event> events = port.events();
+    QVERIFY(events.size() > 3);
+    QCOMPARE(events.at(0).kind, ScriptedPort::Event::Kind::Option);
+    QCOMPARE(events.at(0).optionCode, 12);
+    QCOMPARE(events.at(0).optionValue, QVariant(0));
+    QCOMPARE(events.at(1).kind, ScriptedPort::Event::Kind::Write);
+    for (int i = 2; i < events.size(); ++i)
+        QCOMPARE(events.at(i).kind, ScriptedPort::Event::Kind::Read);
 }
 
 void CompanionTest::readWithoutAnswer()
@@ -212,7 +215,7 @@ void CompanionTest::readWithoutAnswer()
     Sdc35Companion companion;
     QVERIFY(companion.read(&port, command(CommunicatorCommand::WordKind, 1, "RAM10")).isEmpty());
     QVERIFY(companion.read(nullptr, command(CommunicatorCommand::WordKind, 1, "RAM10")).isEmpty());
-    QCOMPARE(port.requests().size(), 1);
+    QCOMPARE(port.sentFrames().size(), 1);
 }
 
 void CompanionTest::write_data()
@@ -248,12 +251,12 @@ void CompanionTest::write()
     QFETCH(QByteArray, request);
     QFETCH(bool, result);
     ScriptedPort port;
-    port.responder = [&](const QByteArray&) { return reply; };
+    port.addAnswer("", ScriptedPort::Answer::withReply(reply), ScriptedPort::Forever);
     Sdc35Companion companion;
     QCOMPARE(companion.write(&port, command(kind, count, "RAM100"), data), result);
     const QList<QByteArray> expectedRequests =
         request.isEmpty() ? QList<QByteArray>{} : QList<QByteArray>{request};
-    QCOMPARE(port.requests(), expectedRequests);
+    QCOMPARE(port.sentFrames(), expectedRequests);
 }
 
 void CompanionTest::exportsFactory()

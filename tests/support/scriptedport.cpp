@@ -68,11 +68,25 @@ void ScriptedPort::setRetryCount(int count)
     retries = count;
 }
 
+void ScriptedPort::setResponder(Responder r)
+{
+    QMutexLocker lock(&mutex);
+    responder = std::move(r);
+}
+
+void ScriptedPort::setReadChunk(int bytes)
+{
+    QMutexLocker lock(&mutex);
+    readChunk = qMax(0, bytes);
+}
+
 void ScriptedPort::reset()
 {
     QMutexLocker lock(&mutex);
     rules.clear();
     defaultAnswer = Answer();
+    responder = nullptr;
+    readChunk = 0;
     log.clear();
     pendingInput.clear();
     pendingEmptyReads = 0;
@@ -174,7 +188,7 @@ int ScriptedPort::readBytes(char* buffer, int maxLength)
     if (pendingEmptyReads > 0) {
         --pendingEmptyReads;
     } else if (buffer && maxLength > 0) {
-        e.data = pendingInput.left(maxLength);
+        e.data = pendingInput.left(readChunk > 0 ? qMin(maxLength, readChunk) : maxLength);
         pendingInput.remove(0, e.data.size());
         if (!e.data.isEmpty())
             std::memcpy(buffer, e.data.constData(), size_t(e.data.size()));
@@ -197,7 +211,13 @@ int ScriptedPort::writeBytes(const char* data, int length)
     log.append(e);
     written.wakeAll();
 
-    const Answer answer = answerFor(commandOf(e.data));
+    Answer answer = defaultAnswer;
+    if (!ruleAnswer(commandOf(e.data), &answer) && responder) {
+        const Responder respond = responder;
+        lock.unlock();
+        answer = respond(e.data);
+        lock.relock();
+    }
     switch (answer.kind) {
     case Answer::Kind::Reply:
         pendingInput += answer.reply;
@@ -233,7 +253,7 @@ int ScriptedPort::retryCount()
 }
 
 // Called with the mutex held.
-ScriptedPort::Answer ScriptedPort::answerFor(const QByteArray& command)
+bool ScriptedPort::ruleAnswer(const QByteArray& command, Answer* answer)
 {
     for (int i = 0; i < rules.size(); ++i) {
         Rule& rule = rules[i];
@@ -241,10 +261,10 @@ ScriptedPort::Answer ScriptedPort::answerFor(const QByteArray& command)
             rule.key.isEmpty() || command == rule.key || command.startsWith(rule.key + ',');
         if (!matches)
             continue;
-        const Answer answer = rule.answer;
+        *answer = rule.answer;
         if (rule.remaining != Forever && --rule.remaining <= 0)
             rules.removeAt(i);
-        return answer;
+        return true;
     }
-    return defaultAnswer;
+    return false;
 }

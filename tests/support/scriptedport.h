@@ -9,6 +9,8 @@
 #include <QVariant>
 #include <QWaitCondition>
 
+#include <functional>
+
 // An in-memory port object for unit tests and fuzzing: it records every
 // call the worker makes and answers each command from a script.
 //
@@ -18,7 +20,7 @@
 // "0100XFR" matches every read; an empty key matches every command. Rules
 // are tried in the order they were added; each answers a limited number of
 // times (or for ever) and is then used up. A command no rule matches gets
-// the default answer (no reply unless set otherwise).
+// the default answer (no reply unless set otherwise), or the responder's.
 //
 // Input handling: an answer's reply becomes the pending input, appended to
 // whatever input is still unread; setOption(OptionPrepareCommand, ...)
@@ -57,6 +59,11 @@ public:
 
     static constexpr int Forever = -1;
 
+    // Answers a written frame (the whole frame, as sent) that no rule
+    // matches. Called without the port's lock held, in the writer's thread,
+    // so it may call back into the port or into the code under test.
+    using Responder = std::function<Answer(const QByteArray& frame)>;
+
     ScriptedPort();
 
     // Frames: STX text ETX CR LF, handy for building replies.
@@ -68,6 +75,11 @@ public:
     void addAnswer(const QByteArray& key, const Answer& answer, int times = 1);
     void setDefaultAnswer(const Answer& answer);
     void setRetryCount(int count);
+    // Replaces the default answer; a null responder restores it.
+    void setResponder(Responder responder);
+    // At most bytes per readBytes call, as a slow line delivers them
+    // (0: only maxLength limits).
+    void setReadChunk(int bytes);
     // Forgets the script, the log and any pending input.
     void reset();
 
@@ -101,12 +113,15 @@ private:
         int remaining = 1;
     };
 
-    Answer answerFor(const QByteArray& command);
+    // The first matching rule's answer (using it up); false when none matches.
+    bool ruleAnswer(const QByteArray& command, Answer* answer);
 
     mutable QMutex mutex;
     mutable QWaitCondition written;
     QList<Rule> rules;
     Answer defaultAnswer;
+    Responder responder;
+    int readChunk = 0;
     QList<Event> log;
     QByteArray pendingInput;
     int pendingEmptyReads = 0;
