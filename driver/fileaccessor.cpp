@@ -1,5 +1,6 @@
 #include "driver/fileaccessor.h"
 
+#include "csv/kcsvloader.h"
 #include "driver/logging.h"
 
 #include <QCoreApplication>
@@ -70,7 +71,25 @@ FileAccessor::FileAccessor(QObject* parent)
     }
 }
 
-FileAccessor::~FileAccessor() = default;
+FileAccessor::~FileAccessor()
+{
+    delete csvLoader;
+    delete csvSaver;
+}
+
+KCSVSaver* FileAccessor::saver()
+{
+    if (!csvSaver)
+        csvSaver = new KCSVSaver(nullptr);
+    return csvSaver;
+}
+
+KCSVLoader* FileAccessor::loader()
+{
+    if (!csvLoader)
+        csvLoader = new KCSVLoader(nullptr);
+    return csvLoader;
+}
 
 void FileAccessor::beforePosting() const
 {
@@ -117,48 +136,6 @@ bool FileAccessor::pause(int ms)
     }
 }
 
-void FileAccessor::readProgramFileProcess(int progID, int segmentCnt, int storageType)
-{
-    if (abortRequested()) // queued before the driver went: nobody waits for it
-        return;
-    transferStorageType = storageType;
-    bool ok = false;
-    getFileName(progID, ok); // only tests the medium; the workflow names its files itself
-    if (!ok) {
-        emit setRF(false);
-        return;
-    }
-    // The read workflow continues here: open the controller's program file,
-    // read segmentCnt segments into the program table, close, save the table
-    // on the medium, then write the read error log when messages were left.
-    // Until it exists the request ends at once, so "RF0" drops.
-    qCWarning(dcp30Event) << "program read of" << progID << "with" << segmentCnt
-                          << "segments: workflow not available";
-    emit setRF(false);
-}
-
-void FileAccessor::writeProgramFileProcess(QList<int> paras, int progID, int segmentCnt,
-                                           int storageType)
-{
-    if (abortRequested())
-        return;
-    transferStorageType = storageType;
-    bool ok = false;
-    getFileName(progID, ok); // only tests the medium
-    if (!ok) {
-        emit setWF(false);
-        return;
-    }
-    setParameters(paras);
-    // The write workflow continues here: load the program file, check and
-    // encode segmentCnt rows, open the controller's program file, write the
-    // valid segments, close, then write the write error log when messages
-    // were left. Until it exists the request ends at once, so "WF0" drops.
-    qCWarning(dcp30Event) << "program write of" << progID << "with" << segmentCnt
-                          << "segments: workflow not available";
-    emit setWF(false);
-}
-
 QString FileAccessor::getStorageMountPath(int storageType)
 {
     QObject* deviceObject = applicationObject("KDevice");
@@ -187,6 +164,11 @@ void FileAccessor::setParameters(QList<qint32> paras)
         *targets[i] = paras.at(i);
 }
 
+void FileAccessor::tellUser(const QString& text)
+{
+    emit showMessage(QString::fromLatin1(MessageTitle), text, true);
+}
+
 QString FileAccessor::pathOnMedium(const QString& name, bool& ok)
 {
     ok = true;
@@ -197,8 +179,7 @@ QString FileAccessor::pathOnMedium(const QString& name, bool& ok)
     const QString medium =
         transferStorageType > 0 ? QStringLiteral("SD Card") : QStringLiteral("USB Stick");
     qCInfo(dcp30Event) << medium << "not mounted";
-    emit showMessage(QString::fromLatin1(MessageTitle),
-                     QStringLiteral("The system can't not detect the %1.").arg(medium), true);
+    tellUser(QStringLiteral("The system can't not detect the %1.").arg(medium));
     return QString();
 }
 
@@ -211,6 +192,50 @@ QString FileAccessor::getErrorLogFileName(int type, int programID, bool& ok)
 {
     const QString kind = type == 1 ? QStringLiteral("WRITE") : QStringLiteral("READ");
     return pathOnMedium(QStringLiteral("%1_PROG_%2_ERROR.txt").arg(kind).arg(programID), ok);
+}
+
+QString FileAccessor::retryLabel(int retry)
+{
+    if (retry == 1)
+        return QStringLiteral("First retry.");
+    if (retry == 2)
+        return QStringLiteral("Second retry.");
+    return QStringLiteral("%1 st retry.").arg(retry);
+}
+
+quint8 FileAccessor::progressPercent(int done, int total)
+{
+    if (total <= 0)
+        return 0;
+    // Single precision on purpose: the panel shows what the controller
+    // family's panels have always shown (1 of 3 is 33, 2 of 3 is 66).
+    const float fraction = static_cast<float>(done) / static_cast<float>(total);
+    const float percent = fraction * 100.0f;
+    return static_cast<quint8>(qBound(0.0f, percent, 255.0f));
+}
+
+bool FileAccessor::runAttempts(const std::function<bool(QStringList&)>& attempt,
+                               QStringList& errorList, const QString& overMessage)
+{
+    bool done = attempt(errorList);
+    // The retry count is asked anew at every comparison: the runtime may
+    // change the port's settings while a transfer runs.
+    for (int r = 1; !done && !abortRequested() && r <= retries(); ++r) {
+        QStringList attemptList;
+        done = attempt(attemptList);
+        if (done || abortRequested())
+            break; // a repeat that went through leaves no messages behind
+        if (r < retries()) {
+            attemptList.prepend(retryLabel(r));
+            errorList << attemptList;
+        }
+        if (r == retries()) {
+            attemptList << overMessage.arg(r);
+            errorList << attemptList;
+            break;
+        }
+    }
+    return !abortRequested();
 }
 
 bool FileAccessor::writeErrorLog(int type, int programID, QStringList errorList)

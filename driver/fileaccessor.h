@@ -1,14 +1,20 @@
 #ifndef FILEACCESSOR_H
 #define FILEACCESSOR_H
 
+#include "driver/controllerframes.h"
+#include "driver/segmentcodec.h"
+
 #include <QList>
 #include <QObject>
 #include <QString>
 #include <QStringList>
 
 #include <atomic>
+#include <functional>
 
 class AbstractDeviceInterface;
+class KCSVLoader;
+class KCSVSaver;
 
 // The worker that carries out program transfers between the controller and a
 // program file on the panel's removable storage. The driver creates one
@@ -21,6 +27,10 @@ class FileAccessor : public QObject
     Q_OBJECT
     friend class FileAccessorTest; // unit tests reach the private helpers
     friend class DriverCoreTest;
+    friend class ExchangeTest;
+    friend class ReadWorkflowTest;
+    friend class WriteWorkflowTest;
+    friend struct ReplyHandlingFuzz;
 
 public:
     explicit FileAccessor(QObject* parent = nullptr);
@@ -84,6 +94,11 @@ private slots:
     // Mount directory of the medium from the runtime's device object, or an
     // empty string (no device object, failed call, medium not mounted).
     QString getStorageMountPath(int storageType);
+    // The controller's message for a two-character status code; empty for a
+    // code it does not know.
+    QString getErrorMessageByStatusCodeFromPLC(QString statusCode);
+    // Range check of one cell under the write parameters stored last.
+    bool checkValueRange(QString cellTitle, qint32 value, QString& error);
     // Takes elements 0..4 of paras; a shorter list leaves the rest unchanged.
     void setParameters(QList<qint32> paras);
     // Full path of "PROG_<id>.txt" on the medium of the running transfer, ok
@@ -94,18 +109,97 @@ private slots:
     // value the read log.
     QString getErrorLogFileName(int type, int programID, bool& ok);
 
+    // The codec under the worker's write parameters (fileaccessor_codec.cpp).
+    void HEX2CSV(int segment, QString& indata, QList<QStringList>& datas);
+    bool CSV2HEX(int segment, QStringList& inDatas, QString& outData, QStringList& errorList);
+    bool CSVCell2HEX(QStringList& inDatas, QString& outData, QStringList& errorList, bool& noError,
+                     const QString& cellTitle, qint32& decCellIntValue);
+    void generalHead(QList<QStringList>& datas);
+
+    // Builds the command templates that are still empty; the open operations
+    // call it, the others use the templates as they are.
+    void initRWCommand();
+    // One whole read attempt: open, every segment, close, save. False when
+    // worth repeating (communication failure, segment retries used up, or
+    // an abort); true when the attempt has ended, messages or not.
+    bool openFileForRead(int programID, int segmentCnt, QList<QStringList>& datas,
+                         QStringList& errorList);
+    // One whole write attempt over the segment rows (header removed): open,
+    // check every row, write the valid ones, close. False as for a read.
+    bool openFileForWrite(int programID, int segmentCnt, QList<QStringList> datas,
+                          QStringList& errorList);
+    // Reads one segment and appends its row. False when worth repeating.
+    bool readFile(int programID, int segment, QList<QStringList>& datas, QStringList& errorList);
+    // Writes one segment record. False when worth repeating.
+    bool writeFile(int programID, int segment, QString outputData, QStringList& errorList);
+    // Checks row segment - 1 of datas (no header row) and encodes it.
+    bool validateDataRow(int segment, QList<QStringList>& datas, QString& outputData,
+                         QStringList& errorList);
+    // Sends the close command; reports nothing, whatever happens.
+    void closeFile(int programID);
+
 private:
+    enum class ExchangeOutcome { Accepted, SendFailure, HeaderFailure, ControllerError, Aborted };
+    struct ExchangeResult {
+        ExchangeOutcome outcome = ExchangeOutcome::SendFailure;
+        // The received text (up to the first zero byte) once a reply was read.
+        QString text;
+        // The line for the caller's error list after a controller error:
+        // "Seg<n>:" and the controller's message for the segment commands.
+        QString errorLine;
+    };
+
+    // One command on the line: option 12 with 0, send, the fixed wait,
+    // zeroed buffer, one bounded read, header and status check. Sends
+    // nothing once an abort is requested; an abort during the wait ends it
+    // without reading. Each step takes the port pointer current at that step.
+    ExchangeResult exchange(ControllerFrames::Command command, int programID, int segment = 0,
+                            const QString& record = QString());
+    QString& commandTemplate(ControllerFrames::Command command);
+    // The port's retry count, asked anew at every call; 0 without a port.
+    int retries();
+    // "First retry.", "Second retry.", "<r> st retry.".
+    static QString retryLabel(int retry);
+    // done / total * 100 in single precision, truncated.
+    static quint8 progressPercent(int done, int total);
+    // The outer retry level shared by both workflows: runs attempt once into
+    // errorList and, while it asks to be repeated, again up to the retry
+    // count into labelled attempt lists; overMessage (with %1) closes the
+    // last one. False when an abort cut the attempts short.
+    bool runAttempts(const std::function<bool(QStringList&)>& attempt, QStringList& errorList,
+                     const QString& overMessage);
+    SegmentCodec::WriteParameters writeParameters() const;
+    // csvSaver / csvLoader, created on first use in the calling (worker)
+    // thread, so that they never count as GUI objects.
+    KCSVSaver* saver();
+    KCSVLoader* loader();
+
     // Ends a workflow whose error list is not empty: raises the error flag
     // (type 1: write, else read), puts "Program 1:" in front of the list and
     // writes it to the medium's error log, then sync(). Returns true when the
     // log reached the medium; a missing medium has been reported to the user.
     bool writeErrorLog(int type, int programID, QStringList errorList);
+    // showMessage with the worker's title and flag.
+    void tellUser(const QString& text);
     // Full path of name on the medium of the running transfer; see getFileName.
     QString pathOnMedium(const QString& name, bool& ok);
     // The runtime's port object as last handed over; may be null.
     AbstractDeviceInterface* port() const { return device.load(std::memory_order_relaxed); }
 
+    // Owned, created on the first write (read) without parent widget and
+    // kept with their settings and messages for later transfers.
+    KCSVLoader* csvLoader = nullptr;
+    KCSVSaver* csvSaver = nullptr;
+    // Framed command templates, built on the first open.
+    QString openReadCommand;
+    QString openWriteCommand;
+    QString readCommand;
+    QString writeCommand;
+    QString closeCommand;
     std::atomic<AbstractDeviceInterface*> device{nullptr};
+    // Receives one reply per command; zeroed before each read, which is
+    // bounded well below its size, so the text always ends in a zero byte.
+    char replyBuffer[ControllerFrames::ReplyBufferSize] = {};
     // Write parameters, used by the cell checks of a program write.
     int spLowLimit = 0;
     int spHighLimit = 0;

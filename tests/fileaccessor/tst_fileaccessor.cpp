@@ -299,7 +299,8 @@ void FileAccessorTest::writeStartStoresParameters()
     worker.writeProgramFileProcess({-200, 1370, 1, 2, 0}, 4, 3, 1);
     QCOMPARE(parameters(worker), (QList<int>{-200, 1370, 1, 2, 0}));
     QCOMPARE(worker.transferStorageType, 1);
-    QVERIFY(centre.messages().isEmpty());
+    // Stored before the program file is looked for (there is none here).
+    QCOMPARE(centre.texts(), QStringList{"File cannot be opened.\nPlease select the right file."});
 }
 
 void FileAccessorTest::setParameters_data()

@@ -1,0 +1,230 @@
+#ifndef TESTS_WORKFLOWRIG_H
+#define TESTS_WORKFLOWRIG_H
+
+// What a FileAccessor transfer test needs around the worker: two media in a
+// temporary directory published through the runtime's device object, the
+// message centre, a scripted port, shortened waits and a log of the worker's
+// signals; plus builders for segment records, controller replies and program
+// files. Header-only; the suite links dcp30core, dcphostruntime and
+// dcptestsupport.
+
+#include "driver/fileaccessor.h"
+#include "host/runtime/deviceobject.h"
+#include "host/runtime/messagecentre.h"
+#include "host/runtime/runtimeproperties.h"
+#include "tests/support/scriptedport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QTextCodec>
+
+#include <memory>
+#include <mutex>
+
+namespace WorkflowData
+{
+
+inline QByteArray word(int value)
+{
+    return QByteArray::number(quint16(value), 16).rightJustified(4, '0').toUpper();
+}
+
+// A segment record with SP1 and TIME (minutes) set, every event and time
+// event unset, PID1 1, G.S and G.S.TO unset; segment 1 adds P.STA 0, CYCL 1,
+// P.LIN 0 and the 8-character tag.
+inline QByteArray record(int segment, int sp1, int minutes, const QByteArray& tag = "TEST    ")
+{
+    QByteArray out = word(sp1) + word(minutes) + "0000";
+    for (int i = 0; i < 16; ++i)
+        out += "7FFF";
+    out += "0001"
+           "0000"
+           "7FFF"
+           "7FFF";
+    if (segment == 1)
+        out += "0000"
+               "0001"
+               "0000" +
+               tag.leftJustified(8, ' ', true).toHex().toUpper();
+    return out;
+}
+
+// The table row of record(segment, ...) with the texts SP1 and TIME show as.
+inline QStringList row(int segment, const QString& sp1, const QString& time,
+                       const QString& tag = QStringLiteral("TEST    "))
+{
+    QStringList cells{QStringLiteral("SEG%1").arg(segment), sp1, time};
+    for (int i = 0; i < 16; ++i)
+        cells << QStringLiteral("----");
+    cells << QStringLiteral("1") << QStringLiteral("----") << QStringLiteral("----");
+    if (segment == 1)
+        cells << QStringLiteral("0") << QStringLiteral("1") << QStringLiteral("0") << tag;
+    else
+        cells << QStringLiteral("----") << QStringLiteral("----") << QStringLiteral("----")
+              << QStringLiteral("----");
+    return cells;
+}
+
+inline QStringList header()
+{
+    return QStringLiteral("-,SP1,TIME,EV1 1st,EV1 2nd,EV2 1st,EV2 2nd,EV3 1st,EV3 2nd,T1 1st,"
+                          "T1 2nd,T2 1st,T2 2nd,T3 1st,T3 2nd,T4 1st,T4 2nd,T5 1st,T5 2nd,PID1,"
+                          "G.S,G.S.TO,P.STA,CYCL,P.LIN,Tag")
+        .split(QLatin1Char(','));
+}
+
+// The controller's answer to "0100XFR,p,s": the record starts at 16, one
+// later for p > 9, one later again for s > 9.
+inline QByteArray readReply(int program, int segment, const QByteArray& record)
+{
+    return ScriptedPort::framed("0100X00,FR," + QByteArray::number(program) + ',' +
+                                QByteArray::number(segment) + ',' + record);
+}
+
+inline QByteArray status(const QByteArray& code)
+{
+    return ScriptedPort::framed("0100X" + code);
+}
+
+// A program file as the panel stores it: UTF-16LE with byte-order mark,
+// tab-delimited, one line per row (cells here never need quotes).
+inline QByteArray programFile(const QList<QStringList>& rows)
+{
+    QString text;
+    for (const QStringList& r : rows)
+        text += r.join(QLatin1Char('\t')) + QLatin1Char('\n');
+    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader); // the mark is spelled out
+    return QByteArray("\xFF\xFE") +
+           QTextCodec::codecForName("UTF-16LE")->fromUnicode(text.constData(), text.size(), &state);
+}
+
+// The bytes of a file, or "<missing>".
+inline QByteArray fileBytes(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+inline bool writeBytes(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+// An error log as the worker writes it.
+inline QByteArray logText(const QStringList& lines)
+{
+    return (QStringList{QStringLiteral("Program 1:")} + lines).join(QLatin1Char('\n')).toUtf8();
+}
+
+} // namespace WorkflowData
+
+class WorkflowRig
+{
+public:
+    // The worker reads the wait setting once, when it is made.
+    explicit WorkflowRig(int waitPercent = 1)
+    {
+        usb = media.filePath(QStringLiteral("usb"));
+        sd = media.filePath(QStringLiteral("sd"));
+        QDir().mkpath(usb);
+        QDir().mkpath(sd);
+        device.setMountDirectory(DeviceObject::UsbStick, usb);
+        device.setMountDirectory(DeviceObject::SdCard, sd);
+        centre.setQuiet(true);
+        RuntimeProperties::publishDevice(&device);
+        RuntimeProperties::publishMessageCentre(&centre);
+        qputenv("DCP30_WAIT_PERCENT", QByteArray::number(waitPercent));
+        accessor = std::make_unique<FileAccessor>();
+        qunsetenv("DCP30_WAIT_PERCENT");
+        accessor->setInterface(&port);
+        record(&FileAccessor::setRF, "RF");
+        record(&FileAccessor::setWF, "WF");
+        record(&FileAccessor::setRE, "RE");
+        record(&FileAccessor::setWE, "WE");
+        record(&FileAccessor::setReadProgress, "read");
+        record(&FileAccessor::setWriteProgress, "write");
+        QObject::connect(
+            accessor.get(), &FileAccessor::showMessage, accessor.get(),
+            [this](const QString& title, const QString& text, bool flag) {
+                add(QStringLiteral("message %1%2: %3")
+                        .arg(title, flag ? "" : " (flag false)", text));
+            },
+            Qt::DirectConnection);
+    }
+    ~WorkflowRig()
+    {
+        accessor.reset();
+        RuntimeProperties::publishDevice(nullptr);
+        RuntimeProperties::publishMessageCentre(nullptr);
+    }
+    WorkflowRig(const WorkflowRig&) = delete;
+    WorkflowRig& operator=(const WorkflowRig&) = delete;
+
+    FileAccessor& worker() { return *accessor; }
+    bool isValid() const { return media.isValid() && QDir(usb).exists() && QDir(sd).exists(); }
+
+    // The worker's signals in emission order: "RF 0", "WE 1", "read 33",
+    // "message DCP30: text" (the flag is named only when it is false).
+    QStringList events() const
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return log;
+    }
+    // The events whose text starts with prefix.
+    QStringList events(const QString& prefix) const
+    {
+        QStringList out;
+        for (const QString& e : events()) {
+            if (e.startsWith(prefix))
+                out << e;
+        }
+        return out;
+    }
+
+    QString usbFile(const QString& name) const { return usb + QLatin1Char('/') + name; }
+    QString sdFile(const QString& name) const { return sd + QLatin1Char('/') + name; }
+    // Files on both media, as "usb/NAME" and "sd/NAME".
+    QStringList files() const
+    {
+        QStringList out;
+        for (const QString& name : QDir(usb).entryList(QDir::Files))
+            out << QStringLiteral("usb/") + name;
+        for (const QString& name : QDir(sd).entryList(QDir::Files))
+            out << QStringLiteral("sd/") + name;
+        return out;
+    }
+    // Pulls the USB stick: the directory goes, the device object says it is
+    // not mounted.
+    void pullUsbStick() { QDir(usb).removeRecursively(); }
+
+    ScriptedPort port;
+    DeviceObject device;
+    MessageCentre centre;
+
+private:
+    template <typename Arg> void record(void (FileAccessor::*signal)(Arg), const char* name)
+    {
+        QObject::connect(
+            accessor.get(), signal, accessor.get(),
+            [this, name](Arg value) {
+                add(QStringLiteral("%1 %2").arg(QLatin1String(name)).arg(int(value)));
+            },
+            Qt::DirectConnection);
+    }
+    void add(const QString& event)
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        log << event;
+    }
+
+    QTemporaryDir media{QDir::tempPath() + QStringLiteral("/dcp30-transfer-XXXXXX")};
+    QString usb, sd;
+    std::unique_ptr<FileAccessor> accessor;
+    mutable std::mutex mutex;
+    QStringList log;
+};
+
+#endif
