@@ -107,21 +107,239 @@ class TestCsvGui : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase();
-    void init();
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        csvtest::isolateSettings(m_dir, QStringLiteral("test_csv_gui"));
+    }
 
-    void saveDialogChoosesFile();
-    void saveDialogStartsInApplicationDirectory();
-    void saveDialogCancelled();
-    void saveOpenFailureWarns();
-    void openDialogChoosesFile();
-    void openDialogCancelled();
-    void formatErrorBox();
-    void warningReportBox();
-    void confirmation_data();
-    void confirmation();
-    void refusedConfirmationKeepsState();
-    void workerObjectsNeverAsk();
+    void init() { QSettings().clear(); }
+
+    void saveDialog_data()
+    {
+        QTest::addColumn<bool>("remembered"); // a directory stored by an earlier save
+        QTest::addColumn<int>("format");
+        QTest::addColumn<bool>("choose"); // otherwise cancel the dialog
+        QTest::newRow("remembered directory, file chosen")
+            << true << int(KCSVInterface::TxtFormat) << true;
+        QTest::newRow("application directory, cancelled")
+            << false << int(KCSVInterface::CsvFormat) << false;
+    }
+    void saveDialog()
+    {
+        QFETCH(bool, remembered);
+        QFETCH(int, format);
+        QFETCH(bool, choose);
+        const QString last = m_dir.filePath(QStringLiteral("last"));
+        QDir(m_dir.path()).mkpath(QStringLiteral("last"));
+        if (remembered)
+            QSettings().setValue(QStringLiteral("default_dir"), last);
+        QDir(m_dir.path()).mkpath(QStringLiteral("chosen"));
+        const QString target = m_dir.filePath(QStringLiteral("chosen/program.txt"));
+
+        QWidget parent;
+        KCSVSaver saver(&parent);
+        QVERIFY(saver.parent() == nullptr);
+        saver.setFileFormat(KCSVInterface::FileFormat(format));
+        QString directory;
+        QStringList filters;
+        ModalAnswer answer([&](QWidget* w) {
+            auto* dialog = qobject_cast<QFileDialog*>(w);
+            QVERIFY(dialog);
+            directory = dialog->directory().absolutePath();
+            filters = dialog->nameFilters();
+            if (choose)
+                chooseFile(dialog, target);
+            else
+                dialog->reject();
+        });
+        QCOMPARE(saver.saveFile(m_table), choose);
+        QVERIFY(answer.answered());
+        QCOMPARE(answer.count(), 1);
+        QCOMPARE(answer.title, QStringLiteral("Export File"));
+        QCOMPARE(answer.parentWidget, &parent);
+        QCOMPARE(directory, remembered ? last : QCoreApplication::applicationDirPath());
+        QCOMPARE(filters, QStringList{saver.fileFilter()});
+        QVERIFY(saver.errorMessageList().isEmpty());
+        if (choose) {
+            QCOMPARE(csvtest::readFile(target), csvtest::utf16le("SEG\tSP1\nSEG1\t100.0\n"));
+            QCOMPARE(csvtest::defaultDir().toString(), m_dir.filePath(QStringLiteral("chosen")));
+        } else {
+            QVERIFY(!csvtest::defaultDir().isValid());
+        }
+    }
+
+    void saveOpenFailureWarns()
+    {
+        QWidget parent;
+        KCSVSaver saver(&parent);
+        ModalAnswer answer(clickOk());
+        QVERIFY(!saver.saveFile(m_table, m_dir.filePath(QStringLiteral("missing/x.txt"))));
+        QVERIFY(answer.answered());
+        QCOMPARE(answer.title, QStringLiteral("File cannot be opened."));
+        QCOMPARE(answer.text, QStringLiteral("File cannot be opened."));
+        QCOMPARE(answer.parentWidget, &parent);
+        QVERIFY(saver.errorMessageList().isEmpty());
+    }
+
+    void openDialogChoosesFile()
+    {
+        const QString path = file(csvtest::utf16le("SEG\tSP1\nSEG1\t100.0\n"));
+        KCSVLoader loader(nullptr);
+        ModalAnswer answer([&](QWidget* w) {
+            auto* dialog = qobject_cast<QFileDialog*>(w);
+            QVERIFY(dialog);
+            chooseFile(dialog, path);
+        });
+        QVERIFY(loader.openFile());
+        QVERIFY(answer.answered());
+        QCOMPARE(answer.title, QStringLiteral("Import File"));
+        QCOMPARE(loader.fileContent(), m_table);
+        QCOMPARE(csvtest::defaultDir().toString(), m_dir.path());
+    }
+
+    void openDialogCancelled()
+    {
+        QWidget parent;
+        KCSVLoader loader(&parent);
+        {
+            ModalAnswer answer([](QWidget* w) { w->close(); });
+            QVERIFY(!loader.openFile());
+            QVERIFY(answer.answered());
+        }
+        QCOMPARE(loader.status(), KCSVLoader::OpenFailed);
+        QVERIFY(loader.errorMessageList().isEmpty());
+
+        ModalAnswer report(clickOk());
+        QVERIFY(loader.fileContent().isEmpty());
+        QVERIFY(report.answered());
+        QCOMPARE(report.title, QStringLiteral("File cannot be opened."));
+        QCOMPARE(report.text, QStringLiteral("Please select the right file."));
+        QCOMPARE(report.parentWidget, &parent);
+        QVERIFY(loader.errorMessageList().isEmpty());
+    }
+
+    void formatErrorBox()
+    {
+        KCSVLoader loader(nullptr);
+        ModalAnswer answer(clickOk());
+        QVERIFY(!loader.openFile(file(csvtest::utf16le("h1\th2\n1\n\"open\n"))));
+        QVERIFY(answer.answered());
+        QCOMPARE(answer.title, QStringLiteral("File Format Error."));
+        QCOMPARE(answer.text, QStringLiteral("1. Format error at line 4"));
+        QVERIFY(answer.parentWidget == nullptr);
+        QCOMPARE(loader.status(), KCSVLoader::FormatErrors);
+        QCOMPARE(loader.errorMessageList(), QStringList{QStringLiteral("Format error at line 4")});
+    }
+
+    void warningReportBox()
+    {
+        KCSVLoader loader(nullptr);
+        QVERIFY(loader.openFile(file(csvtest::utf16le("a\tb\n1\n1\t2\t3\n4\n"))));
+        ModalAnswer answer(clickOk());
+        QCOMPARE(loader.fileContent().size(), 4);
+        QVERIFY(answer.answered());
+        QCOMPARE(answer.title, QStringLiteral("Warning: Incorrect File Format"));
+        QCOMPARE(answer.text, QStringLiteral("Line 2 is 1 columns short of header.\n"
+                                             "Line 3 is 1 columns more of header.\n..."));
+        QVERIFY(loader.errorMessageList().isEmpty());
+    }
+
+    void confirmation_data()
+    {
+        QTest::addColumn<int>("format");
+        QTest::addColumn<int>("button");
+        QTest::addColumn<bool>("proceeds");
+
+        QTest::newRow("TXT, Ok") << int(KCSVInterface::TxtFormat) << int(QMessageBox::Ok) << true;
+        QTest::newRow("CSV, Cancel")
+            << int(KCSVInterface::CsvFormat) << int(QMessageBox::Cancel) << false;
+        QTest::newRow("unknown format, Ok") << 9 << int(QMessageBox::Ok) << true;
+    }
+    void confirmation()
+    {
+        QFETCH(int, format);
+        QFETCH(int, button);
+        QFETCH(bool, proceeds);
+
+        const QString name = format == KCSVInterface::TxtFormat   ? QStringLiteral("TXT")
+                             : format == KCSVInterface::CsvFormat ? QStringLiteral("CSV")
+                                                                  : QString();
+        const QString path = m_dir.filePath(QStringLiteral("confirmed.txt"));
+        QFile::remove(path);
+        KCSVSaver saver(nullptr);
+        saver.setFileFormat(KCSVInterface::FileFormat(format));
+        saver.setAskFormatEachTime(true);
+        QMessageBox::StandardButton defaultButton = QMessageBox::NoButton;
+        ModalAnswer answer([&](QWidget* w) {
+            auto* box = qobject_cast<QMessageBox*>(w);
+            QVERIFY(box);
+            defaultButton = box->standardButton(box->defaultButton());
+            click(w, QMessageBox::StandardButton(button));
+        });
+        QCOMPARE(saver.saveFile(m_table, path), proceeds);
+        QVERIFY(answer.answered());
+        QCOMPARE(answer.title, QStringLiteral("Import/Export File"));
+        QCOMPARE(answer.text,
+                 QStringLiteral("The import/export file will process as %1 format.").arg(name));
+        QCOMPARE(answer.informativeText, QStringLiteral("Do you want to procced?"));
+        QCOMPARE(defaultButton, QMessageBox::Cancel);
+        QCOMPARE(QFile::exists(path), proceeds);
+        QCOMPARE(saver.errorMessageList(),
+                 proceeds ? QStringList()
+                          : QStringList{QStringLiteral("User canceled operation.")});
+    }
+
+    void refusedConfirmationKeepsState()
+    {
+        KCSVLoader loader(nullptr);
+        QVERIFY(loader.openFile(file(csvtest::utf16le("a\tb\n1\n"))));
+        loader.setAskFormatEachTime(true);
+        const QString other = file(csvtest::utf16le("x\ty\n1\t2\n"));
+        for (int k = 0; k < 2; ++k) {
+            ModalAnswer refuse([](QWidget* w) { click(w, QMessageBox::Cancel); });
+            QVERIFY(!loader.openFile(other));
+            QVERIFY(refuse.answered());
+        }
+        // Each refusal adds to the list; the earlier load stays as it was.
+        QCOMPARE(loader.errorMessageList(),
+                 (QStringList{QStringLiteral("User canceled operation."),
+                              QStringLiteral("User canceled operation.")}));
+        QCOMPARE(loader.status(), KCSVLoader::ColumnCountMismatch);
+        QCOMPARE(loader.warningMessageList(),
+                 QStringList{QStringLiteral("Line 2 is 1 columns short of header.")});
+        loader.setAskFormatEachTime(false);
+        ModalAnswer report(clickOk());
+        QCOMPARE(loader.fileContent(), (Table{{"a", "b"}, {"1", ""}}));
+        QVERIFY(report.answered());
+    }
+
+    void workerObjectsNeverAsk()
+    {
+        bool saved = true;
+        bool opened = true;
+        QStringList saveErrors;
+        QStringList loadErrors;
+        ModalAnswer watch([](QWidget* w) { w->close(); });
+        csvtest::runInThread([&] {
+            KCSVSaver saver(nullptr);
+            saver.setAskFormatEachTime(true);
+            saved = saver.saveFile(m_table);
+            saveErrors = saver.errorMessageList();
+            KCSVLoader loader(nullptr);
+            opened = loader.openFile();
+            loader.fileContent();
+            loadErrors = loader.errorMessageList();
+        });
+        QTest::qWait(100); // let the watcher look once more
+        QVERIFY(!watch.answered());
+        QVERIFY(!saved);
+        QVERIFY(!opened);
+        QCOMPARE(saveErrors, QStringList{QStringLiteral("The file name is empty.")});
+        QCOMPARE(loadErrors, (QStringList{QStringLiteral("The file name is empty."),
+                                          QStringLiteral("File cannot be loaded."),
+                                          QStringLiteral("Please select a file.")}));
+    }
 
 private:
     QString file(const QByteArray& bytes);
@@ -130,250 +348,9 @@ private:
     const Table m_table{{"SEG", "SP1"}, {"SEG1", "100.0"}};
 };
 
-void TestCsvGui::initTestCase()
-{
-    QVERIFY(m_dir.isValid());
-    csvtest::isolateSettings(m_dir, QStringLiteral("test_csv_gui"));
-}
-
-void TestCsvGui::init()
-{
-    QSettings().clear();
-}
-
 QString TestCsvGui::file(const QByteArray& bytes)
 {
     return csvtest::writeFile(m_dir, QStringLiteral("gui%1.txt").arg(++m_files), bytes);
-}
-
-void TestCsvGui::saveDialogChoosesFile()
-{
-    QDir(m_dir.path()).mkpath(QStringLiteral("last"));
-    QSettings().setValue(QStringLiteral("default_dir"), m_dir.filePath(QStringLiteral("last")));
-    const QString target = m_dir.filePath(QStringLiteral("chosen/program.txt"));
-    QDir(m_dir.path()).mkpath(QStringLiteral("chosen"));
-
-    QWidget parent;
-    KCSVSaver saver(&parent);
-    QVERIFY(saver.parent() == nullptr);
-    QString directory;
-    QStringList filters;
-    ModalAnswer answer([&](QWidget* w) {
-        auto* dialog = qobject_cast<QFileDialog*>(w);
-        QVERIFY(dialog);
-        directory = dialog->directory().absolutePath();
-        filters = dialog->nameFilters();
-        chooseFile(dialog, target);
-    });
-    QVERIFY(saver.saveFile(m_table));
-    QVERIFY(answer.answered());
-    QCOMPARE(answer.count(), 1);
-    QCOMPARE(answer.title, QStringLiteral("Export File"));
-    QCOMPARE(answer.parentWidget, &parent);
-    QCOMPARE(directory, m_dir.filePath(QStringLiteral("last")));
-    QCOMPARE(filters, QStringList{QStringLiteral("Text File (*.txt)")});
-    QCOMPARE(csvtest::readFile(target), csvtest::utf16le("SEG\tSP1\nSEG1\t100.0\n"));
-    QCOMPARE(csvtest::defaultDir().toString(), m_dir.filePath(QStringLiteral("chosen")));
-}
-
-void TestCsvGui::saveDialogStartsInApplicationDirectory()
-{
-    KCSVSaver saver(nullptr);
-    saver.setFileFormat(KCSVInterface::CsvFormat);
-    QString directory;
-    QStringList filters;
-    ModalAnswer answer([&](QWidget* w) {
-        auto* dialog = qobject_cast<QFileDialog*>(w);
-        QVERIFY(dialog);
-        directory = dialog->directory().absolutePath();
-        filters = dialog->nameFilters();
-        dialog->reject();
-    });
-    QVERIFY(!saver.saveFile(m_table));
-    QVERIFY(answer.answered());
-    QCOMPARE(directory, QCoreApplication::applicationDirPath());
-    QCOMPARE(filters, QStringList{QStringLiteral("CSV File (*.csv)")});
-}
-
-void TestCsvGui::saveDialogCancelled()
-{
-    KCSVSaver saver(nullptr);
-    ModalAnswer answer([](QWidget* w) { w->close(); });
-    QVERIFY(!saver.saveFile(m_table, QString()));
-    QVERIFY(answer.answered());
-    QVERIFY(saver.errorMessageList().isEmpty());
-    QVERIFY(!csvtest::defaultDir().isValid());
-}
-
-void TestCsvGui::saveOpenFailureWarns()
-{
-    QWidget parent;
-    KCSVSaver saver(&parent);
-    ModalAnswer answer(clickOk());
-    QVERIFY(!saver.saveFile(m_table, m_dir.filePath(QStringLiteral("missing/x.txt"))));
-    QVERIFY(answer.answered());
-    QCOMPARE(answer.title, QStringLiteral("File cannot be opened."));
-    QCOMPARE(answer.text, QStringLiteral("File cannot be opened."));
-    QCOMPARE(answer.parentWidget, &parent);
-    QVERIFY(saver.errorMessageList().isEmpty());
-}
-
-void TestCsvGui::openDialogChoosesFile()
-{
-    const QString path = file(csvtest::utf16le("SEG\tSP1\nSEG1\t100.0\n"));
-    KCSVLoader loader(nullptr);
-    ModalAnswer answer([&](QWidget* w) {
-        auto* dialog = qobject_cast<QFileDialog*>(w);
-        QVERIFY(dialog);
-        chooseFile(dialog, path);
-    });
-    QVERIFY(loader.openFile());
-    QVERIFY(answer.answered());
-    QCOMPARE(answer.title, QStringLiteral("Import File"));
-    QCOMPARE(loader.fileContent(), m_table);
-    QCOMPARE(csvtest::defaultDir().toString(), m_dir.path());
-}
-
-void TestCsvGui::openDialogCancelled()
-{
-    QWidget parent;
-    KCSVLoader loader(&parent);
-    {
-        ModalAnswer answer([](QWidget* w) { w->close(); });
-        QVERIFY(!loader.openFile());
-        QVERIFY(answer.answered());
-    }
-    QCOMPARE(loader.status(), KCSVLoader::OpenFailed);
-    QVERIFY(loader.errorMessageList().isEmpty());
-
-    ModalAnswer report(clickOk());
-    QVERIFY(loader.fileContent().isEmpty());
-    QVERIFY(report.answered());
-    QCOMPARE(report.title, QStringLiteral("File cannot be opened."));
-    QCOMPARE(report.text, QStringLiteral("Please select the right file."));
-    QCOMPARE(report.parentWidget, &parent);
-    QVERIFY(loader.errorMessageList().isEmpty());
-}
-
-void TestCsvGui::formatErrorBox()
-{
-    KCSVLoader loader(nullptr);
-    ModalAnswer answer(clickOk());
-    QVERIFY(!loader.openFile(file(csvtest::utf16le("h1\th2\n1\n\"open\n"))));
-    QVERIFY(answer.answered());
-    QCOMPARE(answer.title, QStringLiteral("File Format Error."));
-    QCOMPARE(answer.text, QStringLiteral("1. Format error at line 4"));
-    QVERIFY(answer.parentWidget == nullptr);
-    QCOMPARE(loader.status(), KCSVLoader::FormatErrors);
-    QCOMPARE(loader.errorMessageList(), QStringList{QStringLiteral("Format error at line 4")});
-}
-
-void TestCsvGui::warningReportBox()
-{
-    KCSVLoader loader(nullptr);
-    QVERIFY(loader.openFile(file(csvtest::utf16le("a\tb\n1\n1\t2\t3\n4\n"))));
-    ModalAnswer answer(clickOk());
-    QCOMPARE(loader.fileContent().size(), 4);
-    QVERIFY(answer.answered());
-    QCOMPARE(answer.title, QStringLiteral("Warning: Incorrect File Format"));
-    QCOMPARE(answer.text, QStringLiteral("Line 2 is 1 columns short of header.\n"
-                                         "Line 3 is 1 columns more of header.\n..."));
-    QVERIFY(loader.errorMessageList().isEmpty());
-}
-
-void TestCsvGui::confirmation_data()
-{
-    QTest::addColumn<int>("format");
-    QTest::addColumn<int>("button");
-    QTest::addColumn<bool>("proceeds");
-
-    QTest::newRow("TXT, Ok") << int(KCSVInterface::TxtFormat) << int(QMessageBox::Ok) << true;
-    QTest::newRow("CSV, Cancel") << int(KCSVInterface::CsvFormat) << int(QMessageBox::Cancel)
-                                 << false;
-    QTest::newRow("unknown format, Ok") << 9 << int(QMessageBox::Ok) << true;
-}
-
-void TestCsvGui::confirmation()
-{
-    QFETCH(int, format);
-    QFETCH(int, button);
-    QFETCH(bool, proceeds);
-
-    const QString name = format == KCSVInterface::TxtFormat   ? QStringLiteral("TXT")
-                         : format == KCSVInterface::CsvFormat ? QStringLiteral("CSV")
-                                                              : QString();
-    const QString path = m_dir.filePath(QStringLiteral("confirmed.txt"));
-    QFile::remove(path);
-    KCSVSaver saver(nullptr);
-    saver.setFileFormat(KCSVInterface::FileFormat(format));
-    saver.setAskFormatEachTime(true);
-    QMessageBox::StandardButton defaultButton = QMessageBox::NoButton;
-    ModalAnswer answer([&](QWidget* w) {
-        auto* box = qobject_cast<QMessageBox*>(w);
-        QVERIFY(box);
-        defaultButton = box->standardButton(box->defaultButton());
-        click(w, QMessageBox::StandardButton(button));
-    });
-    QCOMPARE(saver.saveFile(m_table, path), proceeds);
-    QVERIFY(answer.answered());
-    QCOMPARE(answer.title, QStringLiteral("Import/Export File"));
-    QCOMPARE(answer.text,
-             QStringLiteral("The import/export file will process as %1 format.").arg(name));
-    QCOMPARE(answer.informativeText, QStringLiteral("Do you want to procced?"));
-    QCOMPARE(defaultButton, QMessageBox::Cancel);
-    QCOMPARE(QFile::exists(path), proceeds);
-    QCOMPARE(saver.errorMessageList(),
-             proceeds ? QStringList() : QStringList{QStringLiteral("User canceled operation.")});
-}
-
-void TestCsvGui::refusedConfirmationKeepsState()
-{
-    KCSVLoader loader(nullptr);
-    QVERIFY(loader.openFile(file(csvtest::utf16le("a\tb\n1\n"))));
-    loader.setAskFormatEachTime(true);
-    const QString other = file(csvtest::utf16le("x\ty\n1\t2\n"));
-    for (int k = 0; k < 2; ++k) {
-        ModalAnswer refuse([](QWidget* w) { click(w, QMessageBox::Cancel); });
-        QVERIFY(!loader.openFile(other));
-        QVERIFY(refuse.answered());
-    }
-    // Each refusal adds to the list; the earlier load stays as it was.
-    QCOMPARE(loader.errorMessageList(), (QStringList{QStringLiteral("User canceled operation."),
-                                                     QStringLiteral("User canceled operation.")}));
-    QCOMPARE(loader.status(), KCSVLoader::ColumnCountMismatch);
-    QCOMPARE(loader.warningMessageList(),
-             QStringList{QStringLiteral("Line 2 is 1 columns short of header.")});
-    loader.setAskFormatEachTime(false);
-    ModalAnswer report(clickOk());
-    QCOMPARE(loader.fileContent(), (Table{{"a", "b"}, {"1", ""}}));
-    QVERIFY(report.answered());
-}
-
-void TestCsvGui::workerObjectsNeverAsk()
-{
-    bool saved = true;
-    bool opened = true;
-    QStringList saveErrors;
-    QStringList loadErrors;
-    ModalAnswer watch([](QWidget* w) { w->close(); });
-    csvtest::runInThread([&] {
-        KCSVSaver saver(nullptr);
-        saver.setAskFormatEachTime(true);
-        saved = saver.saveFile(m_table);
-        saveErrors = saver.errorMessageList();
-        KCSVLoader loader(nullptr);
-        opened = loader.openFile();
-        loader.fileContent();
-        loadErrors = loader.errorMessageList();
-    });
-    QTest::qWait(100); // let the watcher look once more
-    QVERIFY(!watch.answered());
-    QVERIFY(!saved);
-    QVERIFY(!opened);
-    QCOMPARE(saveErrors, QStringList{QStringLiteral("The file name is empty.")});
-    QCOMPARE(loadErrors, (QStringList{QStringLiteral("The file name is empty."),
-                                      QStringLiteral("File cannot be loaded."),
-                                      QStringLiteral("Please select a file.")}));
 }
 
 QTEST_MAIN(TestCsvGui)
