@@ -8,7 +8,8 @@
 #include <memory>
 #include <vector>
 
-namespace {
+namespace
+{
 
 std::vector<Subcommand>& registry()
 {
@@ -41,12 +42,31 @@ QList<Subcommand> registeredSubcommands()
     return list;
 }
 
+// True when the command named on the command line paints. Asked before the
+// application object exists, so raw arguments; the registry is complete by
+// then (static initialisation).
+static bool commandPaints(int argc, char** argv)
+{
+    if (argc < 2)
+        return false;
+    const QString name = QString::fromLocal8Bit(argv[1]);
+    return std::any_of(registry().begin(), registry().end(),
+                       [&](const Subcommand& c) { return c.paints && c.name == name; });
+}
+
 int main(int argc, char** argv)
 {
-    // The plot command paints with QtGui; everything runs headless.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QGuiApplication app(argc, argv);
+    // Only painting needs QtGui (fonts), and then headless. A GUI
+    // application costs a platform plug-in, whose screen objects Qt 5.15
+    // never frees; the other commands stay without one.
+    std::unique_ptr<QCoreApplication> app;
+    if (commandPaints(argc, argv)) {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
     QCoreApplication::setApplicationName(QStringLiteral("dcp30ctl"));
 
     QStringList args = QCoreApplication::arguments().mid(1);

@@ -126,6 +126,6 @@ int runPlot(const QStringList& args)
 
 const SubcommandRegistration registration{Subcommand{
     QStringLiteral("plot"), QStringLiteral("draw a program file as a PNG or SVG picture"),
-    QString::fromLatin1(Usage), runPlot}};
+    QString::fromLatin1(Usage), runPlot, /*paints=*/true}};
 
 } // namespace
