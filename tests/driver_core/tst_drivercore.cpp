@@ -13,7 +13,6 @@
 #include <QtTest>
 
 #include <QDir>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
 #include <mutex>
@@ -24,7 +23,6 @@ namespace
 {
 
 const QString FakeCompanionPath = QStringLiteral(FAKE_COMPANION_LIBRARY);
-const QString StandInCompanionPath = QStringLiteral(SDC35_LIBRARY);
 
 FakeCompanionState* fake()
 {
@@ -116,22 +114,6 @@ private:
     int inside = 0;
     int maxInside = 0;
 };
-
-// Register memory behind the stand-in companion's protocol.
-QByteArray registerReply(const QByteArray& request, const QMap<int, quint16>& memory)
-{
-    static const QRegularExpression read(QStringLiteral("^\\x02"
-                                                        "0100XRS,(\\d+)W,(\\d+)\\x03\\r\\n$"));
-    const QRegularExpressionMatch m = read.match(QString::fromLatin1(request));
-    if (!m.hasMatch())
-        return QByteArray();
-    QByteArray reply("\x02"
-                     "0100X00");
-    const int first = m.captured(1).toInt();
-    for (int i = 0; i < m.captured(2).toInt(); ++i)
-        reply += ',' + QByteArray::number(memory.value(first + i));
-    return reply + "\x03\r\n";
-}
 
 } // namespace
 
@@ -671,23 +653,6 @@ private slots:
         }
         QCOMPARE(fake()->alive, 0);
         QTRY_VERIFY(threadCount() <= before);
-    }
-
-    void standInCompanionReadsParameters()
-    {
-        QMap<int, quint16> memory{{4509, 65336}, {4510, 65535}, {4511, 1370}, {4512, 0},
-                                  {3501, 1},     {3505, 2},     {3506, 0},    {3509, 0}};
-        port.setResponder([&memory](const QByteArray& request) {
-            return ScriptedPort::Answer::withReply(registerReply(request, memory));
-        });
-        auto driver = makeDriver(StandInCompanionPath);
-        QCOMPARE(driver->read(&port, command("RAM3501", CommunicatorCommand::WordKind, 1)),
-                 QByteArray("\x01\x00", 2));
-        QSignalSpy writes(driver.get(), &DriverDCP30::writeProgramFileProcess);
-        QVERIFY(writeVar(*driver, "WF0", byte(1)));
-        QCOMPARE(writes.count(), 1);
-        QCOMPARE(writes.at(0).at(0).value<QList<int>>(), (QList<int>{-200, 1370, 1, 2, 0}));
-        port.setResponder(nullptr);
     }
 
     void companionPointingAtItselfEndsPassive()

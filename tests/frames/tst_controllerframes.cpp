@@ -3,48 +3,14 @@
 #include "driver/controllerframes.h"
 #include "driver/segmentcodec.h"
 #include "sim/controllerengine.h"
-#include "tests/support/scriptedport.h"
-
-#include <cstring>
 
 using namespace ControllerFrames;
-using Answer = ScriptedPort::Answer;
 
 Q_DECLARE_METATYPE(ControllerFrames::Command)
 Q_DECLARE_METATYPE(ControllerFrames::ReplyOutcome)
 
 namespace
 {
-
-enum class Exchange { SendFailure, HeaderFailure, ControllerError, Accepted };
-
-struct ExchangeResult {
-    Exchange outcome = Exchange::SendFailure;
-    QString text;
-    QString message;
-};
-
-// The worker's exchange as the frames are meant to be used: prepare, send,
-// read once into a zeroed buffer, classify (the fixed wait is left out).
-ExchangeResult exchange(AbstractDeviceInterface& port, Command command, int program,
-                        int segment = 0, const QString& record = QString())
-{
-    ExchangeResult result;
-    const QByteArray bytes = frame(command, program, segment, record);
-    port.setOption(AbstractDeviceInterface::OptionPrepareCommand, QVariant(0));
-    if (port.writeBytes(bytes.constData(), bytes.size()) != bytes.size())
-        return result;
-    char buffer[ReplyBufferSize];
-    std::memset(buffer, 0, sizeof buffer);
-    port.readBytes(buffer, readLimit(command));
-    result.text = replyText(buffer, ReplyBufferSize);
-    const ReplyCheck check = checkReply(result.text);
-    result.message = check.message;
-    result.outcome = check.outcome == ReplyOutcome::Accepted        ? Exchange::Accepted
-                     : check.outcome == ReplyOutcome::HeaderFailure ? Exchange::HeaderFailure
-                                                                    : Exchange::ControllerError;
-    return result;
-}
 
 QByteArray wire(const char* text)
 {
@@ -188,72 +154,6 @@ private slots:
         const QString text = QString(position, QLatin1Char('.')) + "RECORD";
         QCOMPARE(segmentField(text, program, segment), QString("RECORD"));
         QCOMPARE(segmentField(QChar(2) + QString("0100X"), program, segment), QString());
-    }
-
-    void exchangeOverScriptedPort()
-    {
-        ScriptedPort port;
-        const QByteArray record(92, '0');
-        port.addAnswer("0100XFO", Answer::withReply(wire("0100X00")));
-        port.addAnswer("0100XFR,1,1", Answer::shortWrite(3));
-        // Late: the one read finds nothing yet, so the retry sees the
-        // stale reply dropped by the prepare option, not read as new.
-        port.addAnswer("0100XFR,1,1", Answer::withReply(wire("0100X00"), 1));
-        port.addAnswer("0100XFR,1,1", Answer::withReply("\x02"
-                                                        "0100X00,FR,1,1," +
-                                                        record));
-        port.addAnswer("0100XFR,1,10", Answer::withReply(wire("0100X52")));
-        port.addAnswer("0100XFC", Answer::withReply(wire("0100X00,and a long tail")), 2);
-
-        QCOMPARE(exchange(port, Command::OpenRead, 1).outcome, Exchange::Accepted);
-        QCOMPARE(exchange(port, Command::Read, 1, 1).outcome, Exchange::SendFailure);
-        QCOMPARE(exchange(port, Command::Read, 1, 1).outcome, Exchange::HeaderFailure);
-        const ExchangeResult read = exchange(port, Command::Read, 1, 1);
-        QCOMPARE(read.outcome, Exchange::Accepted);
-        QCOMPARE(segmentField(read.text, 1, 1), QString(record));
-        const ExchangeResult refused = exchange(port, Command::Read, 1, 10);
-        QCOMPARE(refused.outcome, Exchange::ControllerError);
-        QCOMPARE(refused.message, getErrorMessageByStatusCodeFromPLC("52"));
-        const ExchangeResult closed = exchange(port, Command::Close, 1);
-        QCOMPARE(closed.text, QString::fromLatin1(wire("0100X00,and a long tail").left(16)));
-        // A rule used up falls back to the default answer: nothing.
-        QCOMPARE(exchange(port, Command::Read, 1, 1).outcome, Exchange::HeaderFailure);
-
-        QCOMPARE(port.unpreparedWrites(), 0);
-        QCOMPARE(port.readLimits(), (QList<int>{16, 200, 200, 200, 16, 200}));
-        QCOMPARE(port.sentCommands(),
-                 (QList<QByteArray>{"0100XFO,1,R,0", "0100XFR,1,1", "0100XFR,1,1", "0100XFR,1,1",
-                                    "0100XFR,1,10", "0100XFC,1", "0100XFR,1,1"}));
-
-        // Without the prepare option, unread input is still there.
-        port.writeBytes("\x02"
-                        "0100XFC,1\x03\r\n",
-                        13);
-        char buffer[8] = {};
-        QCOMPARE(port.readBytes(buffer, 8), 8);
-        QCOMPARE(QByteArray(buffer, 8), wire("0100X00,and").left(8));
-        QCOMPARE(port.unpreparedWrites(), 1);
-    }
-
-    void portUsedFromAnotherThread()
-    {
-        ScriptedPort port;
-        port.setRetryCount(2);
-        port.addAnswer("0100XFR", Answer::withReply(wire("0100X00")), ScriptedPort::Forever);
-        QScopedPointer<QThread> worker(QThread::create([&port] {
-            for (int s = 1; s <= 30; ++s) {
-                if (exchange(port, Command::Read, 3, s).outcome != Exchange::Accepted)
-                    return;
-            }
-        }));
-        worker->start();
-        QVERIFY(port.waitForWrites(30, 5000));
-        QVERIFY(worker->wait(5000));
-        const QList<QByteArray> sent = port.sentCommands();
-        QCOMPARE(sent.size(), 30);
-        QCOMPARE(sent.last(), QByteArray("0100XFR,3,30"));
-        QCOMPARE(port.retryCount(), 2);
-        QVERIFY(!port.waitForWrites(31, 10));
     }
 
     // Every sample program goes controller -> row -> record unchanged, and a

@@ -138,32 +138,6 @@ private slots:
         QCOMPARE(ask(engine, request), expected);
     }
 
-    void readReplyCut_data()
-    {
-        QTest::addColumn<int>("program");
-        for (int p = 1; p <= ProgramStore::ProgramCount; ++p)
-            QTest::addRow("program %d", p) << p;
-    }
-    void readReplyCut()
-    {
-        QFETCH(int, program);
-        ControllerEngine engine;
-        for (int s = 1; s <= ProgramStore::MaxSegments; ++s)
-            QVERIFY(engine.programs().setSegment(program, s, recordFor(program, s)));
-        QCOMPARE(ask(engine, "0100XFO," + QByteArray::number(program) + ",R,0"),
-                 QByteArray("0100X00"));
-        for (int s = 1; s <= ProgramStore::MaxSegments; ++s) {
-            const QByteArray reply = engine.feed(
-                framed("0100XFR," + QByteArray::number(program) + ',' + QByteArray::number(s)));
-            // Where a panel cuts the record out of the reply.
-            const int start = 16 + (program > 9 ? 1 : 0) + (s > 9 ? 1 : 0);
-            const QByteArray field = reply.mid(start);
-            QCOMPARE(field.size(), s == 1 ? 123 : 95);
-            QCOMPARE(field, recordFor(program, s) + "\x03\r\n");
-            QCOMPARE(reply.mid(1, 7), QByteArray("0100X00"));
-        }
-    }
-
     void writeReplacesSegments()
     {
         ControllerEngine engine;
