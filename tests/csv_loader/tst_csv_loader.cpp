@@ -291,11 +291,10 @@ private slots:
     void errorReport()
     {
         QFETCH(int, count);
-        QFETCH(QString, report);
         QStringList errors;
         for (int k = 1; k <= count; ++k)
             errors << QStringLiteral("error %1").arg(k);
-        QCOMPARE(kcsv::errorReport(errors), report);
+        QTEST(kcsv::errorReport(errors), "report");
     }
 
     void stateBetweenLoads()

@@ -72,8 +72,7 @@ private slots:
     void statusMessages()
     {
         QFETCH(QString, code);
-        QFETCH(QString, message);
-        QCOMPARE(getErrorMessageByStatusCodeFromPLC(code), message);
+        QTEST(getErrorMessageByStatusCodeFromPLC(code), "message");
     }
 
     void replies_data()
@@ -148,9 +147,8 @@ private slots:
         QFETCH(int, program);
         QFETCH(int, segment);
         QFETCH(int, position);
-        QFETCH(int, length);
         QCOMPARE(segmentFieldPosition(program, segment), position);
-        QCOMPARE(segmentFieldLength(segment), length);
+        QTEST(segmentFieldLength(segment), "length");
         const QString text = QString(position, QLatin1Char('.')) + "RECORD";
         QCOMPARE(segmentField(text, program, segment), QString("RECORD"));
         QCOMPARE(segmentField(QChar(2) + QString("0100X"), program, segment), QString());

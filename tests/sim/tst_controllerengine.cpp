@@ -131,11 +131,10 @@ private slots:
     {
         QFETCH(QByteArrayList, before);
         QFETCH(QByteArray, request);
-        QFETCH(QByteArray, expected);
         ControllerEngine engine;
         for (const QByteArray& text : before)
             QCOMPARE(ask(engine, text).left(7), QByteArray("0100X00"));
-        QCOMPARE(ask(engine, request), expected);
+        QTEST(ask(engine, request), "expected");
     }
 
     void writeReplacesSegments()
@@ -218,7 +217,6 @@ private slots:
     void faultKinds()
     {
         QFETCH(QString, rule);
-        QFETCH(QByteArray, expected);
         QFETCH(int, delayMs);
         QFETCH(bool, opened);
         ControllerEngine engine;
@@ -227,7 +225,7 @@ private slots:
         QVERIFY2(FaultRule::parse(rule, &parsed, &error), qPrintable(error));
         engine.addFault(parsed);
         const QList<EngineReply> replies = engine.feedReplies(framed("0100XFO,2,R,0"));
-        QCOMPARE(replyText(replies.isEmpty() ? QByteArray() : replies.first().bytes), expected);
+        QTEST(replyText(replies.isEmpty() ? QByteArray() : replies.first().bytes), "expected");
         QCOMPARE(replies.isEmpty() ? 0 : replies.first().delayMs, delayMs);
         QCOMPARE(engine.openMode() != ControllerEngine::OpenMode::None, opened);
         // Once means once: the next request is answered normally.
