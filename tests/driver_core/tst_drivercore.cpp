@@ -91,23 +91,16 @@ public:
         --inside;
         return mount;
     }
-    QList<int> askedMedia() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return media;
-    }
-    QList<QThread*> askingThreads() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return threads;
-    }
-    int mostAtOnce() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return maxInside;
-    }
+    QList<int> askedMedia() const { return locked(media); }
+    QList<QThread*> askingThreads() const { return locked(threads); }
+    int mostAtOnce() const { return locked(maxInside); }
 
 private:
+    template <typename T> T locked(const T& value) const
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return value;
+    }
     mutable std::mutex mutex;
     QList<int> media;
     QList<QThread*> threads;
