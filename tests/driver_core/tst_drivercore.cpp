@@ -133,21 +133,17 @@ private slots:
     {
         auto driver = makeDriver(QString());
         DriverInterface* i = driver.get();
-        QCOMPARE(i->name(), QStringLiteral("DCP30"));
-        QCOMPARE(i->vender(), QStringLiteral("Yamatake"));
-        QCOMPARE(i->getVersionNumber(), QStringLiteral("1.0.0"));
-        QCOMPARE(i->getStringBasedDefaultDriverSetting(), QStringLiteral("RS485,9600,EVEN,8,1"));
-        QCOMPARE(i->totalSize(), 65535);
-        QCOMPARE(i->supportedCommunicationFlags(), 64);
-        QCOMPARE(i->getBlockAccessSize(), 0);
-        QCOMPARE(i->getBitBlockAccessSize(), 0);
-        QVERIFY(i->initialize(nullptr));
-        QVERIFY(i->validation(QStringLiteral("anything")));
+        QCOMPARE((QStringList{i->name(), i->vender(), i->getVersionNumber(),
+                              i->getStringBasedDefaultDriverSetting()}),
+                 (QStringList{"DCP30", "Yamatake", "1.0.0", "RS485,9600,EVEN,8,1"}));
+        QCOMPARE((QList<int>{i->totalSize(), i->supportedCommunicationFlags(),
+                             i->getBlockAccessSize(), i->getBitBlockAccessSize()}),
+                 (QList<int>{65535, 64, 0, 0}));
+        QCOMPARE((QList<bool>{i->initialize(nullptr), i->validation(QStringLiteral("anything")),
+                              i->isSupportSessionCommand(), i->deviceSettingChanged(nullptr),
+                              i->isConnected(nullptr), i->hasError()}),
+                 (QList<bool>{true, true, false, true, true, false}));
         QCOMPARE(i->getThisObject(), static_cast<QObject*>(driver.get()));
-        QVERIFY(!i->isSupportSessionCommand());
-        QVERIFY(i->deviceSettingChanged(nullptr));
-        QVERIFY(i->isConnected(nullptr));
-        QVERIFY(!i->hasError());
         QVERIFY(i->getLastError().isEmpty());
     }
 
