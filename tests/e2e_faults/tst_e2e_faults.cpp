@@ -290,11 +290,8 @@ void TestE2eFaults::faults()
         QVERIFY(writeFile(programFile, source));
 
     const ToolRun run =
-        runTool({read ? QStringLiteral("read") : QStringLiteral("write"), QStringLiteral("--port"),
-                 sim.device(), QStringLiteral("--program"), QString::number(program),
-                 QStringLiteral("--segments"), QString::number(Segments), QStringLiteral("--usb"),
-                 usb, QStringLiteral("--retries"), QString::number(retries),
-                 QStringLiteral("--poll-ms"), QStringLiteral("20")},
+        runTool(transferArgs(read ? "read" : "write", sim.device(), program, Segments, usb)
+                    << QStringLiteral("--retries") << QString::number(retries),
                 Waits);
     QVERIFY2(run.finished && run.status == QProcess::NormalExit, qPrintable(run.describe()));
     QVERIFY2(!run.err.contains(QLatin1String("did not end")), qPrintable(run.describe()));

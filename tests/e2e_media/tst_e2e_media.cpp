@@ -50,15 +50,6 @@ private:
     QByteArray path;
 };
 
-QStringList transferArgs(const char* verb, const QString& port, int program, int segments,
-                         const QString& usb)
-{
-    return {QString::fromLatin1(verb),   QStringLiteral("--port"), port,
-            QStringLiteral("--program"), QString::number(program), QStringLiteral("--segments"),
-            QString::number(segments),   QStringLiteral("--usb"),  usb,
-            QStringLiteral("--poll-ms"), QStringLiteral("20")};
-}
-
 } // namespace
 
 class TestE2eMedia : public QObject

@@ -167,6 +167,15 @@ ToolRun RunningTool::finish(int timeoutMs)
     return collect(process, err, timeoutMs);
 }
 
+QStringList transferArgs(const char* verb, const QString& port, int program, int segments,
+                         const QString& usb)
+{
+    return {QString::fromLatin1(verb),   QStringLiteral("--port"), port,
+            QStringLiteral("--program"), QString::number(program), QStringLiteral("--segments"),
+            QString::number(segments),   QStringLiteral("--usb"),  usb,
+            QStringLiteral("--poll-ms"), QStringLiteral("20")};
+}
+
 QList<qint64> livingChildren()
 {
     QList<qint64> children;

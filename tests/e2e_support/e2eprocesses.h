@@ -78,6 +78,11 @@ private:
     QString err;
 };
 
+// "read"/"write" with the port, program, segment count and USB directory,
+// watching the flags every 20 ms.
+QStringList transferArgs(const char* verb, const QString& port, int program, int segments,
+                         const QString& usb);
+
 // Program numbers of the children of this process that are still there
 // (not yet reaped ones included). Empty after a clean test.
 QList<qint64> livingChildren();

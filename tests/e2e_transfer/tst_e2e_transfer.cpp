@@ -17,15 +17,6 @@ namespace
 // waits still leaves the simulator (sending at once) ample time.
 constexpr int FastWaits = 20;
 
-QStringList transferArgs(const char* verb, const QString& port, int program, int segments,
-                         const QString& usb)
-{
-    return {QString::fromLatin1(verb),   QStringLiteral("--port"), port,
-            QStringLiteral("--program"), QString::number(program), QStringLiteral("--segments"),
-            QString::number(segments),   QStringLiteral("--usb"),  usb,
-            QStringLiteral("--poll-ms"), QStringLiteral("20")};
-}
-
 QString programFile(const QString& dir, int program)
 {
     return dir + QStringLiteral("/PROG_%1.txt").arg(program);
