@@ -35,6 +35,7 @@ private slots:
     void clampedNumbers();
     void sdCard();
     void writeParametersFromTheController();
+    void givesUpAfterItsTimeout();
     void portProblems_data();
     void portProblems();
     void badUsage_data();
@@ -212,6 +213,23 @@ void TestE2eTransfer::writeParametersFromTheController()
     QVERIFY2(run.finished && run.exitCode == 0, qPrintable(run.describe()));
     QVERIFY2(run.err.contains(QLatin1String("SP1 limits -100..500, event kinds 1, 5, 50\n")),
              qPrintable(run.err));
+}
+
+// A transfer that outlasts --timeout: the tool says so and fails, and the
+// driver, taken down mid-transfer, lets the process end.
+void TestE2eTransfer::givesUpAfterItsTimeout()
+{
+    QTemporaryDir dir;
+    Simulator sim({QStringLiteral("--baud"), QStringLiteral("0")});
+    QVERIFY(sim.started());
+    const ToolRun run = runTool(transferArgs("read", sim.device(), 3, 30, dir.path())
+                                    << QStringLiteral("--timeout") << QStringLiteral("1"),
+                                0, 30000);
+    QVERIFY2(run.finished && run.exitCode == 1, qPrintable(run.describe()));
+    QVERIFY2(run.err.contains(QLatin1String("program 3 failed: RF0 still set after 1 s; the "
+                                            "transfer did not end")),
+             qPrintable(run.err));
+    QVERIFY(!QFileInfo::exists(programFile(dir.path(), 3)));
 }
 
 void TestE2eTransfer::portProblems_data()
