@@ -137,6 +137,7 @@ public:
         if (percent == shown)
             return;
         shown = percent;
+        lastElapsedMs = elapsedMs;
         if (!terminal) {
             say(QStringLiteral("progress %1%").arg(percent));
             return;
@@ -158,7 +159,7 @@ public:
         if (terminal && shown >= 0) {
             const int keep = shown;
             shown = -1;
-            update(keep, 0);
+            update(keep, lastElapsedMs);
         }
     }
     void finish() { clear(); }
@@ -176,16 +177,15 @@ private:
     const char* verb;
     const bool terminal;
     int shown = -1;
+    qint64 lastElapsedMs = 0;
     bool drawn = false;
 };
 
 // What the screen saw.
 struct ScreenOutcome {
     QString refusal; // set when the transfer could not be started
-    bool started = false;
     bool timedOut = false;
     bool errorFlag = false;
-    int lastProgress = 0;
     qint64 elapsedMs = 0; // from the start request until the running flag dropped
     QList<int> parameters;
     bool parametersComplete = true;
@@ -251,17 +251,14 @@ ScreenOutcome driveScreen(PluginSession& session, const TransferRequest& request
     QElapsedTimer clock;
     clock.start();
     session.writeVariable(QLatin1String(names.running), 1);
-    outcome.started = true;
     for (;;) {
         const int running = session.readVariable(QLatin1String(names.running));
         const int progress = session.readVariable(QLatin1String(names.progress));
         showMessages();
         if (running == 0)
             break;
-        if (progress > 0) {
-            outcome.lastProgress = progress;
+        if (progress > 0)
             display.update(progress, clock.elapsed());
-        }
         if (clock.elapsed() > deadlineMs) {
             outcome.timedOut = true;
             break;
@@ -275,7 +272,6 @@ ScreenOutcome driveScreen(PluginSession& session, const TransferRequest& request
     settle.start();
     while (settle.elapsed() < SettleMs && !outcome.timedOut) {
         QThread::msleep(25);
-        outcome.errorFlag = session.readVariable(QLatin1String(names.failed)) == 1;
         showMessages();
     }
     outcome.errorFlag = session.readVariable(QLatin1String(names.failed)) == 1;
