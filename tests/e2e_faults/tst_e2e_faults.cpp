@@ -13,6 +13,7 @@
 // shortened waits) holds up every later reply on the line.
 #include <QtTest>
 
+#include "../driver_core/tsanoptions.h"
 #include "../e2e_support/e2eprocesses.h"
 #include "driver/segmentcodec.h"
 #include "sim/programstore.h"

@@ -4,6 +4,7 @@
 // passed off as a saved program.
 #include <QtTest>
 
+#include "../driver_core/tsanoptions.h"
 #include "../e2e_support/e2eprocesses.h"
 #include "sim/programstore.h"
 

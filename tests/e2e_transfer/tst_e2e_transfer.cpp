@@ -4,6 +4,7 @@
 // the controller's own store (saved by the simulator when it exits).
 #include <QtTest>
 
+#include "../driver_core/tsanoptions.h"
 #include "../e2e_support/e2eprocesses.h"
 #include "host/serial/serialportdevice.h"
 #include "sim/programstore.h"
