@@ -23,7 +23,7 @@ using namespace E2e;
 namespace
 {
 
-constexpr int Waits = 20;       // percent of the fixed waits
+constexpr int Waits = 30;       // percent of the fixed waits
 constexpr int ReadProgram = 3;  // a sample program
 constexpr int WriteProgram = 5; // empty in the samples
 constexpr int Segments = 3;     // segment 2 is "the middle"

@@ -19,7 +19,7 @@ using namespace E2e;
 namespace
 {
 
-constexpr int Waits = 20;
+constexpr int Waits = 30;
 
 // A small tmpfs mounted for one test, unmounted when it goes. Root can
 // mount here; where mounting is not permitted the test says so and skips.

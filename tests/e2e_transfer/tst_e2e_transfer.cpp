@@ -14,9 +14,9 @@ using namespace E2e;
 namespace
 {
 
-// Shortened waits for every run but the real-pace one: 20 % of the fixed
+// Shortened waits for every run but the real-pace one: 30 % of the fixed
 // waits still leaves the simulator (sending at once) ample time.
-constexpr int FastWaits = 20;
+constexpr int FastWaits = 30;
 
 QString programFile(const QString& dir, int program)
 {
