@@ -14,7 +14,9 @@ add_library(dcp30core OBJECT
 # The worker's framing, codec and CSV files are static libraries linked into
 # the plug-in, hence built position-independent (CMAKE_POSITION_INDEPENDENT_CODE
 # at the top level; checked here so a change there cannot break the plug-in).
-target_link_libraries(dcp30core PUBLIC dcpcommon dcp30codec dcpcsv Qt5::Core)
+# The CSV classes stay private: nothing of them shows in the worker's header,
+# and their QtWidgets usage must not turn a user's qApp into QApplication.
+target_link_libraries(dcp30core PUBLIC dcpcommon dcp30codec Qt5::Core PRIVATE dcpcsv)
 foreach(lib dcp30codec dcpcsv)
     get_target_property(pic ${lib} POSITION_INDEPENDENT_CODE)
     if(NOT pic)
