@@ -238,6 +238,31 @@ bool FileAccessor::runAttempts(const std::function<bool(QStringList&)>& attempt,
     return !abortRequested();
 }
 
+bool FileAccessor::mediumReady(int programID, int storageType)
+{
+    transferStorageType = storageType;
+    bool ok = false;
+    getFileName(programID, ok); // only tests the medium; the workflows name their files later
+    return ok;
+}
+
+void FileAccessor::finishTransfer(int type, int programID, bool finished,
+                                  const QStringList& errorList)
+{
+    if (type == 1)
+        emit setWF(false);
+    else
+        emit setRF(false);
+    if (!finished) {
+        // The driver is being destroyed: no log, nobody left to read it.
+        qCInfo(dcp30Event) << (type == 1 ? "program write of" : "program read of") << programID
+                           << "aborted";
+        return;
+    }
+    if (!errorList.isEmpty())
+        writeErrorLog(type, programID, errorList);
+}
+
 bool FileAccessor::writeErrorLog(int type, int programID, QStringList errorList)
 {
     if (type == 1)

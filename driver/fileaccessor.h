@@ -155,6 +155,11 @@ private:
     // without reading. Each step takes the port pointer current at that step.
     ExchangeResult exchange(ControllerFrames::Command command, int programID, int segment = 0,
                             const QString& record = QString());
+    // exchange() with its outcome filed in errorList: sendFailure or
+    // headerFailure for those failures, the controller's line for a refusal.
+    ExchangeResult reportedExchange(ControllerFrames::Command command, int programID, int segment,
+                                    const QString& record, QStringList& errorList,
+                                    const QString& sendFailure, const QString& headerFailure);
     QString& commandTemplate(ControllerFrames::Command command);
     // The port's retry count, asked anew at every call; 0 without a port.
     int retries();
@@ -168,6 +173,13 @@ private:
     // last one. False when an abort cut the attempts short.
     bool runAttempts(const std::function<bool(QStringList&)>& attempt, QStringList& errorList,
                      const QString& overMessage);
+    // First steps of both transfers: remembers the medium and tests it (the
+    // user is told when it is missing). False: the transfer ends here.
+    bool mediumReady(int programID, int storageType);
+    // Last steps of both transfers (type 1: write, else read): the running
+    // flag drops, then the error log is written when there are messages and
+    // the transfer was not aborted.
+    void finishTransfer(int type, int programID, bool finished, const QStringList& errorList);
     SegmentCodec::WriteParameters writeParameters() const;
     // csvSaver / csvLoader, created on first use in the calling (worker)
     // thread, so that they never count as GUI objects.

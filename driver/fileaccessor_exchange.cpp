@@ -104,6 +104,30 @@ FileAccessor::ExchangeResult FileAccessor::exchange(Command command, int program
     return result;
 }
 
+FileAccessor::ExchangeResult FileAccessor::reportedExchange(Command command, int programID,
+                                                            int segment, const QString& record,
+                                                            QStringList& errorList,
+                                                            const QString& sendFailure,
+                                                            const QString& headerFailure)
+{
+    const ExchangeResult result = exchange(command, programID, segment, record);
+    switch (result.outcome) {
+    case ExchangeOutcome::SendFailure:
+        errorList << sendFailure;
+        break;
+    case ExchangeOutcome::HeaderFailure:
+        errorList << headerFailure;
+        break;
+    case ExchangeOutcome::ControllerError:
+        errorList << result.errorLine;
+        break;
+    case ExchangeOutcome::Accepted:
+    case ExchangeOutcome::Aborted: // nobody will read the list
+        break;
+    }
+    return result;
+}
+
 void FileAccessor::closeFile(int programID)
 {
     // The controller's answer changes nothing: the transfer is over either way.

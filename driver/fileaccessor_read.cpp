@@ -13,10 +13,7 @@ void FileAccessor::readProgramFileProcess(int progID, int segmentCnt, int storag
 {
     if (abortRequested()) // queued before the driver went: nobody waits for it
         return;
-    transferStorageType = storageType;
-    bool ok = false;
-    getFileName(progID, ok); // only tests the medium; the workflow names its files itself
-    if (!ok) {
+    if (!mediumReady(progID, storageType)) {
         emit setRF(false);
         return;
     }
@@ -34,38 +31,20 @@ void FileAccessor::readProgramFileProcess(int progID, int segmentCnt, int storag
             return openFileForRead(progID, segmentCnt, table, attemptList);
         },
         errorList, QStringLiteral("Read File retry time is over %1 times."));
-    emit setRF(false);
-    if (!finished) {
-        // The driver is being destroyed: no log, nobody left to read it.
-        qCInfo(dcp30Event) << "program read of" << progID << "aborted";
-        return;
-    }
-    if (!errorList.isEmpty())
-        writeErrorLog(0, progID, errorList);
+    finishTransfer(0, progID, finished, errorList);
 }
 
 bool FileAccessor::openFileForRead(int programID, int segmentCnt, QList<QStringList>& datas,
                                    QStringList& errorList)
 {
     initRWCommand();
-    const ExchangeResult opened = exchange(Command::OpenRead, programID);
-    switch (opened.outcome) {
-    case ExchangeOutcome::Aborted:
-        return false;
-    case ExchangeOutcome::SendFailure:
-        errorList
-            << QStringLiteral("Opening the Program %1 file fail. Error Code 3.").arg(programID);
-        return false;
-    case ExchangeOutcome::HeaderFailure:
-        errorList
-            << QStringLiteral("Opening the Program %1 file fail. Error Code 1.").arg(programID);
-        return false;
-    case ExchangeOutcome::ControllerError:
-        // Final: the controller said no; nothing to close, nothing to save.
-        errorList << opened.errorLine;
-        return true;
-    case ExchangeOutcome::Accepted:
-        break;
+    const QString opening = QStringLiteral("Opening the Program %1 file fail. Error Code %2.");
+    const ExchangeResult opened =
+        reportedExchange(Command::OpenRead, programID, 0, QString(), errorList,
+                         opening.arg(programID).arg(3), opening.arg(programID).arg(1));
+    if (opened.outcome != ExchangeOutcome::Accepted) {
+        // A refusal is final: nothing to close, nothing to save.
+        return opened.outcome == ExchangeOutcome::ControllerError;
     }
 
     generalHead(datas);
@@ -113,20 +92,11 @@ bool FileAccessor::openFileForRead(int programID, int segmentCnt, QList<QStringL
 bool FileAccessor::readFile(int programID, int segment, QList<QStringList>& datas,
                             QStringList& errorList)
 {
-    const ExchangeResult reply = exchange(Command::Read, programID, segment);
-    switch (reply.outcome) {
-    case ExchangeOutcome::Aborted:
-        return false;
-    case ExchangeOutcome::SendFailure:
-        errorList
-            << QStringLiteral("Reading the Program %1 file fail. Error Code 4.").arg(programID);
-        return false;
-    case ExchangeOutcome::HeaderFailure:
-        errorList
-            << QStringLiteral("Reading the Program %1 file fail. Error Code 1.").arg(programID);
-        return false;
-    case ExchangeOutcome::ControllerError: {
-        errorList << reply.errorLine;
+    const QString reading = QStringLiteral("Reading the Program %1 file fail. Error Code %2.");
+    const ExchangeResult reply =
+        reportedExchange(Command::Read, programID, segment, QString(), errorList,
+                         reading.arg(programID).arg(4), reading.arg(programID).arg(1));
+    if (reply.outcome == ExchangeOutcome::ControllerError) {
         // A refused segment keeps its place: row n must stay segment n, since
         // a later write takes the file's rows by position. The placeholder
         // carries the label the segment would have had and "----" in every
@@ -140,9 +110,8 @@ bool FileAccessor::readFile(int programID, int segment, QList<QStringList>& data
         datas << placeholder;
         return true;
     }
-    case ExchangeOutcome::Accepted:
-        break;
-    }
+    if (reply.outcome != ExchangeOutcome::Accepted)
+        return false;
 
     QString field = ControllerFrames::segmentField(reply.text, programID, segment);
     if (field.size() != ControllerFrames::segmentFieldLength(segment)) {

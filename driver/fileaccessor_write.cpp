@@ -14,16 +14,14 @@ void FileAccessor::writeProgramFileProcess(QList<int> paras, int progID, int seg
 {
     if (abortRequested()) // queued before the driver went: nobody waits for it
         return;
-    transferStorageType = storageType;
-    bool ok = false;
-    getFileName(progID, ok); // only tests the medium
-    if (!ok) {
+    if (!mediumReady(progID, storageType)) {
         emit setWF(false);
         return;
     }
     setParameters(paras);
     KCSVLoader* csv = loader();
 
+    bool ok = false;
     const QString fileName = getFileName(progID, ok);
     QList<QStringList> rows;
     if (!ok || !csv->openFile(fileName) || (rows = csv->fileContent()).isEmpty()) {
@@ -42,37 +40,19 @@ void FileAccessor::writeProgramFileProcess(QList<int> paras, int progID, int seg
             return openFileForWrite(progID, segmentCnt, rows, attemptList);
         },
         errorList, QStringLiteral("Write File retry time is over %1 times."));
-    emit setWF(false);
-    if (!finished) {
-        qCInfo(dcp30Event) << "program write of" << progID << "aborted";
-        return;
-    }
-    if (!errorList.isEmpty())
-        writeErrorLog(1, progID, errorList);
+    finishTransfer(1, progID, finished, errorList);
 }
 
 bool FileAccessor::openFileForWrite(int programID, int segmentCnt, QList<QStringList> datas,
                                     QStringList& errorList)
 {
     initRWCommand();
-    const ExchangeResult opened = exchange(Command::OpenWrite, programID);
-    switch (opened.outcome) {
-    case ExchangeOutcome::Aborted:
-        return false;
-    case ExchangeOutcome::SendFailure:
-        errorList
-            << QStringLiteral("Opening the Program %1 file fail. Error Code 13.").arg(programID);
-        return false;
-    case ExchangeOutcome::HeaderFailure:
-        errorList
-            << QStringLiteral("Opening the Program %1 file fail. Error Code 11.").arg(programID);
-        return false;
-    case ExchangeOutcome::ControllerError:
-        errorList << opened.errorLine;
-        return true;
-    case ExchangeOutcome::Accepted:
-        break;
-    }
+    const QString opening = QStringLiteral("Opening the Program %1 file fail. Error Code %2.");
+    const ExchangeResult opened =
+        reportedExchange(Command::OpenWrite, programID, 0, QString(), errorList,
+                         opening.arg(programID).arg(13), opening.arg(programID).arg(11));
+    if (opened.outcome != ExchangeOutcome::Accepted)
+        return opened.outcome == ExchangeOutcome::ControllerError; // a refusal is final
 
     // Every row is checked before the first one is sent, so that the log
     // names all bad rows even when the line fails later.
@@ -132,21 +112,11 @@ bool FileAccessor::openFileForWrite(int programID, int segmentCnt, QList<QString
 
 bool FileAccessor::writeFile(int programID, int segment, QString outputData, QStringList& errorList)
 {
-    const ExchangeResult reply = exchange(Command::Write, programID, segment, outputData);
-    switch (reply.outcome) {
-    case ExchangeOutcome::Aborted:
-        return false;
-    case ExchangeOutcome::SendFailure:
-        errorList << QStringLiteral("Write File Fail. Error Code 22.");
-        return false;
-    case ExchangeOutcome::HeaderFailure:
-        errorList << QStringLiteral("Write File Fail. Error Code 21.");
-        return false;
-    case ExchangeOutcome::ControllerError:
-        errorList << reply.errorLine; // final: the controller will not take it
-        return true;
-    case ExchangeOutcome::Accepted:
-        break;
-    }
-    return true;
+    const ExchangeResult reply =
+        reportedExchange(Command::Write, programID, segment, outputData, errorList,
+                         QStringLiteral("Write File Fail. Error Code 22."),
+                         QStringLiteral("Write File Fail. Error Code 21."));
+    // A refusal is final: the controller will not take this record.
+    return reply.outcome == ExchangeOutcome::Accepted ||
+           reply.outcome == ExchangeOutcome::ControllerError;
 }
