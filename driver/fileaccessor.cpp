@@ -238,6 +238,26 @@ bool FileAccessor::runAttempts(const std::function<bool(QStringList&)>& attempt,
     return !abortRequested();
 }
 
+bool FileAccessor::retrySegment(const std::function<bool()>& step, int programID,
+                                QStringList& errorList, const QString& overMessage)
+{
+    if (step())
+        return !abortRequested();
+    for (int r = 1; r <= retries(); ++r) {
+        if (abortRequested())
+            return false;
+        if (step())
+            return !abortRequested();
+        if (r == retries()) {
+            // The controller's file stays open: the caller gives up the
+            // whole attempt, which starts again from the open.
+            errorList << overMessage.arg(programID).arg(retries());
+            return false;
+        }
+    }
+    return !abortRequested();
+}
+
 bool FileAccessor::mediumReady(int programID, int storageType)
 {
     transferStorageType = storageType;

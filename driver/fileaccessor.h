@@ -180,6 +180,13 @@ private:
     // flag drops, then the error log is written when there are messages and
     // the transfer was not aborted.
     void finishTransfer(int type, int programID, bool finished, const QStringList& errorList);
+    // The inner retry level shared by both workflows: runs step once and,
+    // while it asks to be repeated, again up to the retry count. False when
+    // the retries are used up (overMessage, filled with the program number
+    // and the retry count, closes the list) or an abort came; true when the
+    // step went through or, with no retries left to try, the workflow goes on.
+    bool retrySegment(const std::function<bool()>& step, int programID, QStringList& errorList,
+                      const QString& overMessage);
     SegmentCodec::WriteParameters writeParameters() const;
     // csvSaver / csvLoader, created on first use in the calling (worker)
     // thread, so that they never count as GUI objects.

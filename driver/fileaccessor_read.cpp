@@ -49,26 +49,11 @@ bool FileAccessor::openFileForRead(int programID, int segmentCnt, QList<QStringL
 
     generalHead(datas);
     for (int segment = 1; segment <= segmentCnt; ++segment) {
-        if (!readFile(programID, segment, datas, errorList)) {
-            for (int r = 1; r <= retries(); ++r) {
-                if (abortRequested())
-                    return false;
-                if (readFile(programID, segment, datas, errorList))
-                    break;
-                if (r == retries()) {
-                    // The file stays open and nothing is saved: the whole
-                    // attempt is repeated from the open.
-                    errorList << QStringLiteral(
-                                     "The retry time of reading the Program %1 file is over %2 "
-                                     "times.")
-                                     .arg(programID)
-                                     .arg(retries());
-                    return false;
-                }
-            }
-        }
-        if (abortRequested())
-            return false;
+        const bool segmentDone = retrySegment(
+            [&] { return readFile(programID, segment, datas, errorList); }, programID, errorList,
+            QStringLiteral("The retry time of reading the Program %1 file is over %2 times."));
+        if (!segmentDone)
+            return false; // nothing is saved on this path
         emit setReadProgress(progressPercent(segment, segmentCnt));
     }
     closeFile(programID);

@@ -86,23 +86,11 @@ bool FileAccessor::openFileForWrite(int programID, int segmentCnt, QList<QString
     int done = 0;
     for (auto it = records.cbegin(); it != records.cend(); ++it) {
         const int segment = it.key();
-        if (!writeFile(programID, segment, it.value(), errorList)) {
-            for (int r = 1; r <= retries(); ++r) {
-                if (abortRequested())
-                    return false;
-                if (writeFile(programID, segment, it.value(), errorList))
-                    break;
-                if (r == retries()) {
-                    // Left open: the whole attempt starts again from the open.
-                    errorList << QStringLiteral("\nThe retry time of writing the Program %1 file "
-                                                "is over %2 times.")
-                                     .arg(programID)
-                                     .arg(retries());
-                    return false;
-                }
-            }
-        }
-        if (abortRequested())
+        const bool segmentDone = retrySegment(
+            [&] { return writeFile(programID, segment, it.value(), errorList); }, programID,
+            errorList,
+            QStringLiteral("\nThe retry time of writing the Program %1 file is over %2 times."));
+        if (!segmentDone)
             return false;
         emit setWriteProgress(progressPercent(++done, total));
     }
