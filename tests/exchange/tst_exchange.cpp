@@ -40,14 +40,6 @@ QStringList traffic(const ScriptedPort& port)
     return out;
 }
 
-QStringList placeholderRow(int segment)
-{
-    QStringList row{QStringLiteral("SEG%1").arg(segment)};
-    for (int i = 1; i < 26; ++i)
-        row << QStringLiteral("----");
-    return row;
-}
-
 } // namespace
 
 class ExchangeTest : public QObject

@@ -6,9 +6,6 @@
 
 #include <QtTest>
 
-#include <future>
-#include <thread>
-
 using namespace WorkflowData;
 using Answer = ScriptedPort::Answer;
 
@@ -22,30 +19,6 @@ const QString ReadCode1 = "Reading the Program 1 file fail. Error Code 1.";
 const QString SegmentRetriesOver = "The retry time of reading the Program 1 file is over %1 times.";
 const QString AttemptRetriesOver = "Read File retry time is over %1 times.";
 
-QString hhmm(int minutes)
-{
-    return QString::asprintf("%02d:%02d", minutes / 60, minutes % 60);
-}
-
-// Segment s of every program in these tests: SP1 10 * s, TIME 30 * s minutes.
-QByteArray sampleRecord(int segment)
-{
-    return record(segment, 10 * segment, 30 * segment);
-}
-
-QStringList sampleRow(int segment)
-{
-    return row(segment, QString::number(10 * segment), hhmm(30 * segment));
-}
-
-QStringList placeholderRow(int segment)
-{
-    QStringList cells{QStringLiteral("SEG%1").arg(segment)};
-    for (int i = 1; i < 26; ++i)
-        cells << QStringLiteral("----");
-    return cells;
-}
-
 // The controller holds segments 1..count of program; open and close are
 // accepted. Rules added earlier (failures) take precedence.
 void scriptProgram(ScriptedPort& port, int program, int count)
@@ -56,19 +29,6 @@ void scriptProgram(ScriptedPort& port, int program, int count)
         port.addAnswer(QStringLiteral("0100XFR,%1,%2").arg(program).arg(s).toLatin1(),
                        Answer::withReply(readReply(program, s, sampleRecord(s))),
                        ScriptedPort::Forever);
-}
-
-int countOf(const QList<QByteArray>& commands, const QByteArray& command)
-{
-    return int(std::count(commands.cbegin(), commands.cend(), command));
-}
-
-QStringList progress(std::initializer_list<int> values)
-{
-    QStringList out;
-    for (int v : values)
-        out << QStringLiteral("read %1").arg(v);
-    return out;
 }
 
 } // namespace
@@ -105,12 +65,12 @@ void ReadWorkflowTest::readsProgram_data()
     QTest::addColumn<QString>("file");
     QTest::addColumn<QStringList>("progress");
     QTest::newRow("program 2, 3 segments, USB stick, real pace")
-        << 100 << 2 << 0 << 3 << "usb/PROG_2.txt" << progress({33, 66, 100});
-    QTest::newRow("program 5, 7 segments")
-        << 1 << 5 << 0 << 7 << "usb/PROG_5.txt" << progress({14, 28, 42, 57, 71, 85, 100});
+        << 100 << 2 << 0 << 3 << "usb/PROG_2.txt" << progressEvents("read", {33, 66, 100});
+    QTest::newRow("program 5, 7 segments") << 1 << 5 << 0 << 7 << "usb/PROG_5.txt"
+                                           << progressEvents("read", {14, 28, 42, 57, 71, 85, 100});
     QTest::newRow("program 12, 11 segments, SD card")
         << 1 << 12 << 1 << 11 << "sd/PROG_12.txt"
-        << progress({9, 18, 27, 36, 45, 54, 63, 72, 81, 90, 100});
+        << progressEvents("read", {9, 18, 27, 36, 45, 54, 63, 72, 81, 90, 100});
 }
 
 void ReadWorkflowTest::readsProgram()
@@ -301,7 +261,8 @@ void ReadWorkflowTest::repeatedAttemptStartsAfresh()
              programFile({header(), sampleRow(1), sampleRow(2), sampleRow(3)}));
     QCOMPARE(fileBytes(rig.usbFile("READ_PROG_1_ERROR.txt")),
              logText({ReadCode1, ReadCode1, SegmentRetriesOver.arg(1)}));
-    QCOMPARE(rig.events(), (progress({33, 33, 66, 100}) + QStringList{"RF 0", "RE 1"}));
+    QCOMPARE(rig.events(),
+             (progressEvents("read", {33, 33, 66, 100}) + QStringList{"RF 0", "RE 1"}));
 }
 
 void ReadWorkflowTest::refusedSegmentKeepsItsRow()
@@ -315,7 +276,7 @@ void ReadWorkflowTest::refusedSegmentKeepsItsRow()
     QCOMPARE(fileBytes(rig.usbFile("PROG_1.txt")),
              programFile({header(), sampleRow(1), placeholderRow(2), sampleRow(3)}));
     QCOMPARE(fileBytes(rig.usbFile("READ_PROG_1_ERROR.txt")), logText({"Seg2:" + NoProgram}));
-    QCOMPARE(rig.events(), (progress({33, 66, 100}) + QStringList{"RF 0", "RE 1"}));
+    QCOMPARE(rig.events(), (progressEvents("read", {33, 66, 100}) + QStringList{"RF 0", "RE 1"}));
 }
 
 void ReadWorkflowTest::openRefused()
@@ -336,9 +297,10 @@ void ReadWorkflowTest::mediumGone_data()
     QTest::addColumn<bool>("withErrors");
     QTest::addColumn<QStringList>("events");
     const QString gone = "message DCP30: The system can't not detect the USB Stick.";
-    QTest::newRow("at save") << false << progress({33, 66, 100}) + QStringList{gone, "RF 0"};
+    QTest::newRow("at save") << false
+                             << progressEvents("read", {33, 66, 100}) + QStringList{gone, "RF 0"};
     QTest::newRow("at save and at log time")
-        << true << progress({33, 66, 100}) + QStringList{gone, "RF 0", "RE 1", gone};
+        << true << progressEvents("read", {33, 66, 100}) + QStringList{gone, "RF 0", "RE 1", gone};
 }
 
 // The stick is pulled while the controller's file is being closed.
@@ -386,8 +348,8 @@ void ReadWorkflowTest::saveFails()
         QVERIFY(QDir().mkpath(rig.usbFile("PROG_4.txt")));
     scriptProgram(rig.port, 4, 2);
     rig.worker().readProgramFileProcess(4, 2, 0);
-    QCOMPARE(rig.events(),
-             (progress({50, 100}) + QStringList{"message DCP30: " + message, "RF 0", "RF 0"}));
+    QCOMPARE(rig.events(), (progressEvents("read", {50, 100}) +
+                            QStringList{"message DCP30: " + message, "RF 0", "RF 0"}));
     QVERIFY(!QFile::exists(rig.usbFile("READ_PROG_4_ERROR.txt")));
 }
 
@@ -399,26 +361,13 @@ void ReadWorkflowTest::abortEndsTransfer()
     WorkflowRig rig(100);
     rig.port.setRetryCount(3);
     FileAccessor& worker = rig.worker();
-    scriptProgram(rig.port, 1, 2);
-    std::promise<void> reached;
-    std::promise<void> aborted;
-    std::shared_future<void> abortDone = aborted.get_future().share();
-    // Segment 3 has no rule: the responder holds the worker right after the
-    // send until the abort has been asked for.
-    rig.port.setResponder([&reached, abortDone](const QByteArray&) {
-        reached.set_value();
-        abortDone.wait();
-        return Answer::withReply(readReply(1, 3, sampleRecord(3)));
-    });
-    std::thread transfer([&worker] { worker.readProgramFileProcess(1, 30, 0); });
-    reached.get_future().wait();
-    worker.requestAbort();
-    aborted.set_value();
-    transfer.join();
+    scriptProgram(rig.port, 1, 2); // segment 3 has no rule
+    rig.abortAtUnscriptedCommand([&worker] { worker.readProgramFileProcess(1, 30, 0); },
+                                 Answer::withReply(readReply(1, 3, sampleRecord(3))));
     QCOMPARE(rig.port.sentCommands(),
              (QList<QByteArray>{"0100XFO,1,R,0", "0100XFR,1,1", "0100XFR,1,2", "0100XFR,1,3"}));
     QCOMPARE(rig.port.readLimits(), (QList<int>{16, 200, 200})); // the wait was cut short
-    QCOMPARE(rig.events(), progress({3, 6}) + QStringList{"RF 0"});
+    QCOMPARE(rig.events(), progressEvents("read", {3, 6}) + QStringList{"RF 0"});
     QVERIFY(rig.files().isEmpty());
 }
 

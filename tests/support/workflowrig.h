@@ -20,8 +20,12 @@
 #include <QTemporaryDir>
 #include <QTextCodec>
 
+#include <algorithm>
+#include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 namespace WorkflowData
 {
@@ -65,6 +69,43 @@ inline QStringList row(int segment, const QString& sp1, const QString& time,
         cells << QStringLiteral("----") << QStringLiteral("----") << QStringLiteral("----")
               << QStringLiteral("----");
     return cells;
+}
+
+// Segment s of the programs in the transfer tests: SP1 10 * s, TIME 30 * s
+// minutes, and the row it is shown as.
+inline QByteArray sampleRecord(int segment)
+{
+    return record(segment, 10 * segment, 30 * segment);
+}
+
+inline QStringList sampleRow(int segment)
+{
+    const int minutes = 30 * segment;
+    return row(segment, QString::number(10 * segment),
+               QString::asprintf("%02d:%02d", minutes / 60, minutes % 60));
+}
+
+// The row a read keeps for a segment the controller refused.
+inline QStringList placeholderRow(int segment)
+{
+    QStringList cells{QStringLiteral("SEG%1").arg(segment)};
+    for (int i = 1; i < 26; ++i)
+        cells << QStringLiteral("----");
+    return cells;
+}
+
+// Progress events as WorkflowRig::events() names them: kind "read" or "write".
+inline QStringList progressEvents(const char* kind, std::initializer_list<int> values)
+{
+    QStringList out;
+    for (int v : values)
+        out << QStringLiteral("%1 %2").arg(QLatin1String(kind)).arg(v);
+    return out;
+}
+
+inline int countOf(const QList<QByteArray>& commands, const QByteArray& command)
+{
+    return int(std::count(commands.cbegin(), commands.cend(), command));
 }
 
 inline QStringList header()
@@ -195,6 +236,29 @@ public:
         for (const QString& name : QDir(sd).entryList(QDir::Files))
             out << QStringLiteral("sd/") + name;
         return out;
+    }
+    // Runs job in a thread of its own, as the driver runs a transfer. The
+    // first command that no port rule answers holds the worker right after it
+    // was sent until this thread has asked for the abort, as the driver's
+    // take-down does; it is then answered with answer. Returns once the job
+    // has ended.
+    void abortAtUnscriptedCommand(const std::function<void()>& job,
+                                  const ScriptedPort::Answer& answer)
+    {
+        std::promise<void> reached;
+        std::promise<void> aborted;
+        std::shared_future<void> abortDone = aborted.get_future().share();
+        port.setResponder([&reached, abortDone, answer](const QByteArray&) {
+            reached.set_value();
+            abortDone.wait();
+            return answer;
+        });
+        std::thread transfer(job);
+        reached.get_future().wait();
+        accessor->requestAbort();
+        aborted.set_value();
+        transfer.join();
+        port.setResponder(nullptr);
     }
     // Pulls the USB stick: the directory goes, the device object says it is
     // not mounted.

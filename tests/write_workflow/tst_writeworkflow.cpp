@@ -8,9 +8,6 @@
 
 #include <QtTest>
 
-#include <future>
-#include <thread>
-
 using namespace WorkflowData;
 using Answer = ScriptedPort::Answer;
 
@@ -23,17 +20,6 @@ const QString SegmentRetriesOver =
     "\nThe retry time of writing the Program 1 file is over %1 times.";
 const QString AttemptRetriesOver = "Write File retry time is over %1 times.";
 const QString NoTimeColon = "The format of TM is incorrect. There is no \":\" symbol.";
-
-QByteArray sampleRecord(int segment)
-{
-    return record(segment, 10 * segment, 30 * segment);
-}
-
-QStringList sampleRow(int segment)
-{
-    return row(segment, QString::number(10 * segment),
-               QString::asprintf("%02d:%02d", (30 * segment) / 60, (30 * segment) % 60));
-}
 
 // Row s with one cell replaced.
 QStringList changedRow(int segment, int column, const QString& cell)
@@ -55,19 +41,6 @@ QByteArray writeCommand(int program, int segment)
 {
     return "0100XFW," + QByteArray::number(program) + ',' + QByteArray::number(segment) + ',' +
            sampleRecord(segment);
-}
-
-int countOf(const QList<QByteArray>& commands, const QByteArray& command)
-{
-    return int(std::count(commands.cbegin(), commands.cend(), command));
-}
-
-QStringList progress(std::initializer_list<int> values)
-{
-    QStringList out;
-    for (int v : values)
-        out << QStringLiteral("write %1").arg(v);
-    return out;
 }
 
 void acceptEverything(ScriptedPort& port)
@@ -108,9 +81,10 @@ void WriteWorkflowTest::writesProgram_data()
     QTest::addColumn<int>("segments");
     QTest::addColumn<QStringList>("progress");
     QTest::newRow("program 2, 3 segments, USB stick, real pace")
-        << 100 << 2 << 0 << 3 << progress({33, 66, 100});
+        << 100 << 2 << 0 << 3 << progressEvents("write", {33, 66, 100});
     QTest::newRow("program 12, 11 segments, SD card")
-        << 1 << 12 << 1 << 11 << progress({9, 18, 27, 36, 45, 54, 63, 72, 81, 90, 100});
+        << 1 << 12 << 1 << 11
+        << progressEvents("write", {9, 18, 27, 36, 45, 54, 63, 72, 81, 90, 100});
 }
 
 void WriteWorkflowTest::writesProgram()
@@ -154,22 +128,22 @@ void WriteWorkflowTest::rowChecks_data()
     QTest::addColumn<QStringList>("log"); // empty: no log
 
     QTest::newRow("fewer rows than segments")
-        << sampleRows(3) << 5 << QList<int>{1, 2, 3} << progress({33, 66, 100})
+        << sampleRows(3) << 5 << QList<int>{1, 2, 3} << progressEvents("write", {33, 66, 100})
         << QStringList{"Segment 4 has no data in the csv file. Please check it.",
                        "Segment 5 has no data in the csv file. Please check it."};
     QTest::newRow("rows beyond the count ignored")
         << sampleRows(3) + QList<QStringList>{changedRow(4, 2, "x")} << 2 << QList<int>{1, 2}
-        << progress({50, 100}) << QStringList{};
+        << progressEvents("write", {50, 100}) << QStringList{};
     QTest::newRow("row 2 of 3 fails its checks")
         << QList<QStringList>{sampleRow(1), changedRow(2, 1, "10000"), sampleRow(3)} << 3
-        << QList<int>{1, 3} << progress({50, 100})
+        << QList<int>{1, 3} << progressEvents("write", {50, 100})
         << QStringList{"\n\tSegment 2 has following format error : ",
                        "\t\tSP1 [10000] is out of range (-1999 ~ 9999)."};
     QList<QStringList> twoProblems = sampleRows(2);
     twoProblems[0][1] = "-2000";
     twoProblems[0][19] = "9";
     QTest::newRow("every problem of a row, in column order")
-        << twoProblems << 2 << QList<int>{2} << progress({100})
+        << twoProblems << 2 << QList<int>{2} << progressEvents("write", {100})
         << QStringList{"\n\tSegment 1 has following format error : ",
                        "\t\tSP1 [-2000] is out of range (-1999 ~ 9999).",
                        "\t\tPID1 [9] is out of range (0 ~ 8)."};
@@ -326,7 +300,7 @@ void WriteWorkflowTest::refusals_data()
         << QByteArray("0100XFW,1,2") << QByteArray("57")
         << QList<QByteArray>{"0100XFO,1,W,0", writeCommand(1, 1), writeCommand(1, 2),
                              writeCommand(1, 3), "0100XFC,1"}
-        << progress({33, 66, 100}) + QStringList{"WF 0", "WE 1"}
+        << progressEvents("write", {33, 66, 100}) + QStringList{"WF 0", "WE 1"}
         << "Seg2:Block data of File block WRITE is in error.";
 }
 
@@ -408,7 +382,7 @@ void WriteWorkflowTest::mediumGoneAtLogTime()
     QCOMPARE(rig.port.sentCommands().size(), 4);
     const QStringList ending{"WF 0", "WE 1",
                              "message DCP30: The system can't not detect the USB Stick."};
-    QCOMPARE(rig.events(), progress({50, 100}) + ending);
+    QCOMPARE(rig.events(), progressEvents("write", {50, 100}) + ending);
     QVERIFY(rig.files().isEmpty());
 }
 
@@ -477,19 +451,8 @@ void WriteWorkflowTest::abortEndsTransfer()
     rig.port.addAnswer("0100XFO", Answer::withReply(status("00")));
     rig.port.addAnswer("0100XFW,1,1", Answer::withReply(status("00")));
     FileAccessor& worker = rig.worker();
-    std::promise<void> reached;
-    std::promise<void> aborted;
-    std::shared_future<void> abortDone = aborted.get_future().share();
-    rig.port.setResponder([&reached, abortDone](const QByteArray&) {
-        reached.set_value();
-        abortDone.wait();
-        return Answer::withReply(status("00"));
-    });
-    std::thread transfer([&worker] { worker.writeProgramFileProcess(Parameters, 1, 5, 0); });
-    reached.get_future().wait();
-    worker.requestAbort();
-    aborted.set_value();
-    transfer.join();
+    rig.abortAtUnscriptedCommand([&worker] { worker.writeProgramFileProcess(Parameters, 1, 5, 0); },
+                                 Answer::withReply(status("00")));
     QCOMPARE(rig.port.sentCommands(),
              (QList<QByteArray>{"0100XFO,1,W,0", writeCommand(1, 1), writeCommand(1, 2)}));
     QCOMPARE(rig.events(), (QStringList{"write 20", "WF 0"}));
