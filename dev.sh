@@ -8,7 +8,7 @@ ROOT=$PWD
 JOBS=${JOBS:-2}
 
 # Debian packages the project needs to build, test, benchmark and fuzz.
-PACKAGES=(build-essential cmake ccache pkg-config python3
+PACKAGES=(build-essential cmake ccache pkg-config python3 fonts-dejavu-core
           qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite
           libqt5serialport5-dev libqt5svg5-dev
           clang-14 libclang-rt-14-dev)
@@ -71,7 +71,7 @@ case "$cmd" in
     tsan)
         install_missing
         build_dir build-tsan -DCMAKE_BUILD_TYPE=Debug -DDCP_TSAN=ON
-        TSAN_OPTIONS="suppressions=$ROOT/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1" \
+        TSAN_OPTIONS="suppressions=$ROOT/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1:ignore_noninstrumented_modules=1" \
             run_ctest build-tsan "$@" ;;
     bench)
         install_missing
@@ -93,12 +93,13 @@ case "$cmd" in
             found=1
             name=$(basename "$f")
             corpus="$ROOT/build-fuzz/corpus/$name"
-            mkdir -p "$corpus"
+            mkdir -p "$corpus" "$ROOT/build-fuzz/artifacts"
             seeds="$ROOT/fuzz/seeds/${name#fuzz_}"
             [ -d "$seeds" ] || seeds=""
             echo "== $name for ${secs}s"
             QT_QPA_PLATFORM=offscreen "$f" -max_total_time="$secs" -rss_limit_mb=2048 \
-                -timeout=10 -print_final_stats=1 "$corpus" $seeds 2>&1 | tail -n 25
+                -timeout=10 -print_final_stats=1 \
+                -artifact_prefix="$ROOT/build-fuzz/artifacts/$name-" "$corpus" $seeds 2>&1 | tail -n 25
             test "${PIPESTATUS[0]}" -eq 0
         done
         [ $found -eq 1 ] || echo "no fuzz targets built yet" ;;

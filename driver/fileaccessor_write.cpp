@@ -5,8 +5,6 @@
 #include "driver/fileaccessor.h"
 #include "driver/logging.h"
 
-#include <QMap>
-
 using ControllerFrames::Command;
 
 void FileAccessor::writeProgramFileProcess(QList<int> paras, int progID, int segmentCnt,
@@ -56,29 +54,13 @@ bool FileAccessor::openFileForWrite(int programID, int segmentCnt, QList<QString
 
     // Every row is checked before the first one is sent, so that the log
     // names all bad rows even when the line fails later.
-    QMap<int, QString> records;
-    for (int segment = 1; segment <= segmentCnt; ++segment) {
-        if (datas.size() < segment) {
-            errorList << QStringLiteral("Segment %1 has no data in the csv file. Please check it.")
-                             .arg(segment);
-            continue;
-        }
-        QString record;
-        QStringList segmentErrors;
-        if (validateDataRow(segment, datas, record, segmentErrors)) {
-            records.insert(segment, record);
-            continue;
-        }
-        errorList << QStringLiteral("\n\tSegment %1 has following format error : ").arg(segment);
-        for (const QString& problem : qAsConst(segmentErrors))
-            errorList << QStringLiteral("\t\t%1").arg(problem);
-    }
+    const QMap<int, QString> records =
+        SegmentCodec::checkSegments(writeParameters(), datas, segmentCnt, errorList);
     if (segmentCnt >= 1 && records.isEmpty()) {
         closeFile(programID);
         if (abortRequested())
             return false;
-        errorList << QStringLiteral(
-            "\nThere is no data to write out. Maybe the format of all segments are incorrect.");
+        errorList << QString::fromLatin1(SegmentCodec::NothingToWriteMessage);
         return true;
     }
 

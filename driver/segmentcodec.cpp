@@ -501,4 +501,30 @@ bool validateDataRow(const WriteParameters& params, int segment, const QList<QSt
     return CSV2HEX(params, segment, row, outputData, errorList);
 }
 
+const char NothingToWriteMessage[] =
+    "\nThere is no data to write out. Maybe the format of all segments are incorrect.";
+
+QMap<int, QString> checkSegments(const WriteParameters& params, const QList<QStringList>& rows,
+                                 int segmentCnt, QStringList& errorList)
+{
+    QMap<int, QString> records;
+    for (int segment = 1; segment <= segmentCnt; ++segment) {
+        if (rows.size() < segment) {
+            errorList << QStringLiteral("Segment %1 has no data in the csv file. Please check it.")
+                             .arg(segment);
+            continue;
+        }
+        QString record;
+        QStringList segmentErrors;
+        if (validateDataRow(params, segment, rows, record, segmentErrors)) {
+            records.insert(segment, record);
+            continue;
+        }
+        errorList << QStringLiteral("\n\tSegment %1 has following format error : ").arg(segment);
+        for (const QString& problem : qAsConst(segmentErrors))
+            errorList << QStringLiteral("\t\t%1").arg(problem);
+    }
+    return records;
+}
+
 } // namespace SegmentCodec

@@ -2,6 +2,7 @@
 #define SEGMENTCODEC_H
 
 #include <QList>
+#include <QMap>
 #include <QString>
 #include <QStringList>
 
@@ -96,6 +97,18 @@ bool CSV2HEX(const WriteParameters& params, int segment, QStringList& inDatas, Q
 // A row that is not there is reported as a row with no cells.
 bool validateDataRow(const WriteParameters& params, int segment, const QList<QStringList>& datas,
                      QString& outputData, QStringList& errorList);
+
+// What a program write says when no requested row passed its checks.
+extern const char NothingToWriteMessage[];
+
+// The row checks of a program write of segments 1..segmentCnt, before
+// anything is sent: the records of the rows that pass, by segment number;
+// in errorList, in segment order, "Segment %1 has no data in the csv
+// file. Please check it." for a missing row and, for a row that fails,
+// its format-error heading followed by one tab-indented line per problem.
+// The caller adds NothingToWriteMessage when it gets no record back.
+QMap<int, QString> checkSegments(const WriteParameters& params, const QList<QStringList>& rows,
+                                 int segmentCnt, QStringList& errorList);
 
 } // namespace SegmentCodec
 

@@ -49,39 +49,6 @@ const char Usage[] =
     "not; 2 bad usage, a file that cannot be loaded, or a controller that cannot\n"
     "be asked.\n";
 
-struct CheckResult {
-    QStringList log;
-    int written = 0;
-};
-
-// The messages a write of segments 1..segmentCnt adds to its error list
-// while it checks the rows, in the same order and with the same texts.
-CheckResult checkSegments(const SegmentCodec::WriteParameters& params,
-                          const QList<QStringList>& rows, int segmentCnt)
-{
-    CheckResult result;
-    for (int s = 1; s <= segmentCnt; ++s) {
-        if (rows.size() < s) {
-            result.log << QStringLiteral("Segment %1 has no data in the csv file. Please check it.")
-                              .arg(s);
-            continue;
-        }
-        QString record;
-        QStringList segmentErrors;
-        if (SegmentCodec::validateDataRow(params, s, rows, record, segmentErrors)) {
-            ++result.written;
-            continue;
-        }
-        result.log << QStringLiteral("\n\tSegment %1 has following format error : ").arg(s);
-        for (const QString& m : segmentErrors)
-            result.log << QStringLiteral("\t\t%1").arg(m);
-    }
-    if (segmentCnt >= 1 && result.written == 0)
-        result.log << QStringLiteral(
-            "\nThere is no data to write out. Maybe the format of all segments are incorrect.");
-    return result;
-}
-
 // The five parameters as the driver reads them before a program write.
 bool readControllerParameters(const QString& portName, SegmentCodec::WriteParameters& params,
                               QString& error)
@@ -189,9 +156,12 @@ int runCheck(const QStringList& args)
         out << "Warning: the first line is not the program table header; the panel skips it "
                "all the same.\n";
 
-    const CheckResult result = checkSegments(params, file.rows, segmentCnt);
-    if (!result.log.isEmpty())
-        out << result.log.join(QLatin1Char('\n')) << '\n';
+    QStringList log;
+    const int written = SegmentCodec::checkSegments(params, file.rows, segmentCnt, log).size();
+    if (written == 0)
+        log << QString::fromLatin1(SegmentCodec::NothingToWriteMessage);
+    if (!log.isEmpty())
+        out << log.join(QLatin1Char('\n')) << '\n';
 
     const QString parameters = QStringLiteral("SP1 %1..%2, event kinds %3,%4,%5 from %6")
                                    .arg(params.spLowLimit)
@@ -204,10 +174,10 @@ int runCheck(const QStringList& args)
     if (file.segmentCount() > segmentCnt)
         ignored = QStringLiteral("; rows after segment %1 not checked").arg(segmentCnt);
     out << QStringLiteral("check: %1 of %2 segments would be written (%3%4)\n")
-               .arg(result.written)
+               .arg(written)
                .arg(segmentCnt)
                .arg(parameters, ignored);
-    return result.written == segmentCnt ? 0 : 1;
+    return written == segmentCnt ? 0 : 1;
 }
 
 const SubcommandRegistration registration{
