@@ -1,53 +1,28 @@
 #include "tests/support/scriptedport.h"
 
-#include <QDeadlineTimer>
 #include <QMutexLocker>
 
-#include <algorithm>
 #include <cstring>
 
 namespace
 {
 constexpr char STX = 0x02;
 constexpr char ETX = 0x03;
-} // namespace
 
-ScriptedPort::Answer ScriptedPort::Answer::withReply(const QByteArray& bytes, int emptyReadsBefore)
-{
-    Answer a;
-    a.kind = Kind::Reply;
-    a.reply = bytes;
-    a.emptyReadsBefore = emptyReadsBefore;
-    return a;
-}
-
-ScriptedPort::Answer ScriptedPort::Answer::noReply()
-{
-    return Answer();
-}
-
-ScriptedPort::Answer ScriptedPort::Answer::shortWrite(int count)
-{
-    Answer a;
-    a.kind = Kind::ShortWrite;
-    a.writtenCount = count;
-    return a;
-}
-
-ScriptedPort::ScriptedPort() = default;
-
-QByteArray ScriptedPort::framed(const QByteArray& text)
-{
-    return STX + text + ETX + "\r\n";
-}
-
-QByteArray ScriptedPort::commandOf(const QByteArray& frame)
+// The text between STX and ETX of a frame (the whole frame if it is not one).
+QByteArray commandOf(const QByteArray& frame)
 {
     const int start = frame.indexOf(STX);
     const int end = frame.indexOf(ETX, start + 1);
     if (start < 0 || end < 0)
         return frame;
     return frame.mid(start + 1, end - start - 1);
+}
+} // namespace
+
+QByteArray ScriptedPort::framed(const QByteArray& text)
+{
+    return STX + text + ETX + "\r\n";
 }
 
 void ScriptedPort::addAnswer(const QByteArray& key, const Answer& answer, int times)
@@ -100,9 +75,8 @@ QList<ScriptedPort::Event> ScriptedPort::events() const
 
 QList<QByteArray> ScriptedPort::sentFrames() const
 {
-    QMutexLocker lock(&mutex);
     QList<QByteArray> frames;
-    for (const Event& e : log) {
+    for (const Event& e : events()) {
         if (e.kind == Event::Kind::Write)
             frames << e.data;
     }
@@ -117,66 +91,14 @@ QList<QByteArray> ScriptedPort::sentCommands() const
     return commands;
 }
 
-int ScriptedPort::unpreparedWrites() const
-{
-    QMutexLocker lock(&mutex);
-    int count = 0;
-    bool prepared = false;
-    for (const Event& e : log) {
-        if (e.kind == Event::Kind::Option && e.optionCode == OptionPrepareCommand)
-            prepared = e.optionValue == QVariant(0);
-        if (e.kind == Event::Kind::Write) {
-            if (!prepared)
-                ++count;
-            prepared = false;
-        }
-    }
-    return count;
-}
-
 QList<int> ScriptedPort::readLimits() const
 {
-    QMutexLocker lock(&mutex);
     QList<int> limits;
-    for (const Event& e : log) {
+    for (const Event& e : events()) {
         if (e.kind == Event::Kind::Read)
             limits << e.maxLength;
     }
     return limits;
-}
-
-bool ScriptedPort::waitForWrites(int count, int timeoutMs) const
-{
-    QDeadlineTimer deadline(timeoutMs);
-    QMutexLocker lock(&mutex);
-    auto writes = [this] {
-        return int(std::count_if(log.cbegin(), log.cend(),
-                                 [](const Event& e) { return e.kind == Event::Kind::Write; }));
-    };
-    while (writes() < count) {
-        if (!written.wait(&mutex, deadline))
-            return writes() >= count;
-    }
-    return true;
-}
-
-bool ScriptedPort::open()
-{
-    QMutexLocker lock(&mutex);
-    opened = true;
-    return true;
-}
-
-void ScriptedPort::close()
-{
-    QMutexLocker lock(&mutex);
-    opened = false;
-}
-
-bool ScriptedPort::isOpen() const
-{
-    QMutexLocker lock(&mutex);
-    return opened;
 }
 
 int ScriptedPort::readBytes(char* buffer, int maxLength)
@@ -209,7 +131,6 @@ int ScriptedPort::writeBytes(const char* data, int length)
     e.kind = Event::Kind::Write;
     e.data = (data && length > 0) ? QByteArray(data, length) : QByteArray();
     log.append(e);
-    written.wakeAll();
 
     Answer answer = defaultAnswer;
     if (!ruleAnswer(commandOf(e.data), &answer) && responder) {
@@ -218,17 +139,11 @@ int ScriptedPort::writeBytes(const char* data, int length)
         answer = respond(e.data);
         lock.relock();
     }
-    switch (answer.kind) {
-    case Answer::Kind::Reply:
+    if (answer.kind == Answer::Kind::Reply) {
         pendingInput += answer.reply;
         pendingEmptyReads = answer.emptyReadsBefore;
-        return e.data.size();
-    case Answer::Kind::NoReply:
-        return e.data.size();
-    case Answer::Kind::ShortWrite:
-        return answer.writtenCount;
     }
-    return e.data.size();
+    return answer.kind == Answer::Kind::ShortWrite ? answer.writtenCount : e.data.size();
 }
 
 bool ScriptedPort::setOption(int code, const QVariant& value)

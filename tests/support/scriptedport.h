@@ -7,7 +7,6 @@
 #include <QList>
 #include <QMutex>
 #include <QVariant>
-#include <QWaitCondition>
 
 #include <functional>
 
@@ -41,11 +40,14 @@ public:
         // What writeBytes returns for a short write.
         int writtenCount = 0;
 
-        static Answer withReply(const QByteArray& bytes, int emptyReadsBefore = 0);
-        static Answer noReply();
+        static Answer withReply(const QByteArray& bytes, int emptyReadsBefore = 0)
+        {
+            return {Kind::Reply, bytes, emptyReadsBefore, 0};
+        }
+        static Answer noReply() { return {}; }
         // writeBytes returns count instead of the frame's length; the
         // controller answers nothing.
-        static Answer shortWrite(int count);
+        static Answer shortWrite(int count) { return {Kind::ShortWrite, {}, 0, count}; }
     };
 
     struct Event {
@@ -64,13 +66,8 @@ public:
     // so it may call back into the port or into the code under test.
     using Responder = std::function<Answer(const QByteArray& frame)>;
 
-    ScriptedPort();
-
     // Frames: STX text ETX CR LF, handy for building replies.
     static QByteArray framed(const QByteArray& text);
-    // The text between STX and ETX of a frame (the whole frame if it is not
-    // one).
-    static QByteArray commandOf(const QByteArray& frame);
 
     void addAnswer(const QByteArray& key, const Answer& answer, int times = 1);
     void setDefaultAnswer(const Answer& answer);
@@ -86,20 +83,14 @@ public:
     QList<Event> events() const;
     // The frames written, in order, whatever their answer.
     QList<QByteArray> sentFrames() const;
-    // commandOf() of each sent frame.
+    // The text between STX and ETX of each sent frame.
     QList<QByteArray> sentCommands() const;
-    // Number of sent frames that were not directly preceded (since the
-    // previous write) by setOption(OptionPrepareCommand, 0).
-    int unpreparedWrites() const;
     // maxLength of every readBytes call, in order.
     QList<int> readLimits() const;
-    // Blocks until at least count frames have been written or timeoutMs
-    // passes; true when they were.
-    bool waitForWrites(int count, int timeoutMs) const;
 
-    bool open() override;
-    void close() override;
-    bool isOpen() const override;
+    bool open() override { return true; }
+    void close() override {}
+    bool isOpen() const override { return true; }
     int readBytes(char* buffer, int maxLength) override;
     QString portName() const override;
     int writeBytes(const char* data, int length) override;
@@ -117,7 +108,6 @@ private:
     bool ruleAnswer(const QByteArray& command, Answer* answer);
 
     mutable QMutex mutex;
-    mutable QWaitCondition written;
     QList<Rule> rules;
     Answer defaultAnswer;
     Responder responder;
@@ -126,7 +116,6 @@ private:
     QByteArray pendingInput;
     int pendingEmptyReads = 0;
     int retries = 0;
-    bool opened = false;
 };
 
 #endif

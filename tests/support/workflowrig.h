@@ -30,59 +30,30 @@
 namespace WorkflowData
 {
 
-inline QByteArray word(int value)
-{
-    return QByteArray::number(quint16(value), 16).rightJustified(4, '0').toUpper();
-}
-
-// A segment record with SP1 and TIME (minutes) set, every event and time
-// event unset, PID1 1, G.S and G.S.TO unset; segment 1 adds P.STA 0, CYCL 1,
-// P.LIN 0 and the 8-character tag.
-inline QByteArray record(int segment, int sp1, int minutes, const QByteArray& tag = "TEST    ")
-{
-    QByteArray out = word(sp1) + word(minutes) + "0000";
-    for (int i = 0; i < 16; ++i)
-        out += "7FFF";
-    out += "0001"
-           "0000"
-           "7FFF"
-           "7FFF";
-    if (segment == 1)
-        out += "0000"
-               "0001"
-               "0000" +
-               tag.leftJustified(8, ' ', true).toHex().toUpper();
-    return out;
-}
-
-// The table row of record(segment, ...) with the texts SP1 and TIME show as.
-inline QStringList row(int segment, const QString& sp1, const QString& time,
-                       const QString& tag = QStringLiteral("TEST    "))
-{
-    QStringList cells{QStringLiteral("SEG%1").arg(segment), sp1, time};
-    for (int i = 0; i < 16; ++i)
-        cells << QStringLiteral("----");
-    cells << QStringLiteral("1") << QStringLiteral("----") << QStringLiteral("----");
-    if (segment == 1)
-        cells << QStringLiteral("0") << QStringLiteral("1") << QStringLiteral("0") << tag;
-    else
-        cells << QStringLiteral("----") << QStringLiteral("----") << QStringLiteral("----")
-              << QStringLiteral("----");
-    return cells;
-}
-
 // Segment s of the programs in the transfer tests: SP1 10 * s, TIME 30 * s
-// minutes, and the row it is shown as.
+// minutes, every event and time event unset, PID1 1, G.S and G.S.TO unset;
+// segment 1 adds P.STA 0, CYCL 1, P.LIN 0 and the tag "TEST    ".
 inline QByteArray sampleRecord(int segment)
 {
-    return record(segment, 10 * segment, 30 * segment);
+    auto word = [](int value) { return QByteArray::number(value, 16).rightJustified(4, '0'); };
+    QByteArray out = word(10 * segment) + word(30 * segment) + "0000" +
+                     QByteArray("7FFF").repeated(16) + "000100007FFF7FFF";
+    if (segment == 1)
+        out += "000000010000" + QByteArray("TEST    ").toHex().toUpper();
+    return out.toUpper();
 }
 
+// The row sampleRecord(segment) is shown as.
 inline QStringList sampleRow(int segment)
 {
     const int minutes = 30 * segment;
-    return row(segment, QString::number(10 * segment),
-               QString::asprintf("%02d:%02d", minutes / 60, minutes % 60));
+    QStringList cells{QStringLiteral("SEG%1").arg(segment), QString::number(10 * segment),
+                      QString::asprintf("%02d:%02d", minutes / 60, minutes % 60)};
+    for (int i = 0; i < 16; ++i)
+        cells << QStringLiteral("----");
+    const QString tail = segment == 1 ? QStringLiteral("1|----|----|0|1|0|TEST    ")
+                                      : QStringLiteral("1|----|----|----|----|----|----");
+    return cells + tail.split(QLatin1Char('|'));
 }
 
 // The row a read keeps for a segment the controller refused.
@@ -205,7 +176,6 @@ public:
     WorkflowRig& operator=(const WorkflowRig&) = delete;
 
     FileAccessor& worker() { return *accessor; }
-    bool isValid() const { return media.isValid() && QDir(usb).exists() && QDir(sd).exists(); }
 
     // The worker's signals in emission order: "RF 0", "WE 1", "read 33",
     // "message DCP30: text" (the flag is named only when it is false).
