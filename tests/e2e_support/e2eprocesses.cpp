@@ -7,83 +7,19 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QThread>
-
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace E2e
+{
+
+namespace
 {
 
 QString buildDirectory()
 {
     return qEnvironmentVariable("DCP_BUILD_DIR");
-}
-
-QString simulatorPath()
-{
-    return buildDirectory() + QStringLiteral("/bin/dcp30-sim");
-}
-
-QString toolPath()
-{
-    return buildDirectory() + QStringLiteral("/bin/dcp30ctl");
-}
-
-Simulator::Simulator(const QStringList& arguments)
-{
-    process.setProgram(simulatorPath());
-    process.setArguments(arguments + QStringList{QStringLiteral("--exit-on-stdin-eof")});
-    process.start();
-    if (!process.waitForStarted(10000))
-        return;
-    processId = process.processId();
-    QElapsedTimer clock;
-    clock.start();
-    while (!process.canReadLine() && clock.elapsed() < 10000 && process.waitForReadyRead(1000)) {
-    }
-    const QString line = QString::fromLocal8Bit(process.readLine()).trimmed();
-    const QString prefix = QStringLiteral("dcp30-sim: listening on ");
-    if (line.startsWith(prefix))
-        devicePath = line.mid(prefix.size());
-}
-
-Simulator::~Simulator()
-{
-    if (process.state() == QProcess::NotRunning)
-        return;
-    process.closeWriteChannel();
-    if (!process.waitForFinished(5000)) {
-        process.kill();
-        process.waitForFinished(5000);
-    }
-}
-
-bool Simulator::stop()
-{
-    if (process.state() == QProcess::NotRunning)
-        return false;
-    process.closeWriteChannel();
-    if (!process.waitForFinished(10000)) {
-        process.kill();
-        process.waitForFinished(5000);
-        return false;
-    }
-    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
-}
-
-QString Simulator::standardError()
-{
-    return QString::fromLocal8Bit(process.readAllStandardError());
-}
-
-QString ToolRun::describe() const
-{
-    return QStringLiteral("dcp30ctl %1, exit code %2\n--- stdout\n%3--- stderr\n%4")
-        .arg(!finished                        ? QStringLiteral("killed after its time")
-             : status == QProcess::NormalExit ? QStringLiteral("ended")
-                                              : QStringLiteral("crashed"))
-        .arg(exitCode)
-        .arg(out, err);
 }
 
 QProcessEnvironment toolEnvironment(int waitPercent)
@@ -101,35 +37,75 @@ QProcessEnvironment toolEnvironment(int waitPercent)
     return env;
 }
 
-namespace
+// The numeric entries of /proc: every process there is.
+QStringList processIds()
 {
-
-ToolRun collect(QProcess& process, const QString& errSoFar, int timeoutMs)
-{
-    ToolRun run;
-    run.pid = process.processId();
-    run.finished = process.waitForFinished(timeoutMs);
-    if (!run.finished) {
-        process.kill();
-        process.waitForFinished(5000);
-    }
-    run.status = process.exitStatus();
-    run.exitCode = process.exitCode();
-    run.out = QString::fromLocal8Bit(process.readAllStandardOutput());
-    run.err = errSoFar + QString::fromLocal8Bit(process.readAllStandardError());
-    return run;
+    QStringList ids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    ids.erase(std::remove_if(ids.begin(), ids.end(),
+                             [](const QString& entry) {
+                                 bool numeric = false;
+                                 entry.toLongLong(&numeric);
+                                 return !numeric;
+                             }),
+              ids.end());
+    return ids;
 }
 
 } // namespace
 
+QString toolPath()
+{
+    return buildDirectory() + QStringLiteral("/bin/dcp30ctl");
+}
+
+Simulator::Simulator(const QStringList& arguments)
+{
+    process.setProgram(buildDirectory() + QStringLiteral("/bin/dcp30-sim"));
+    process.setArguments(arguments + QStringList{QStringLiteral("--exit-on-stdin-eof")});
+    process.start();
+    if (!process.waitForStarted(10000))
+        return;
+    QElapsedTimer clock;
+    clock.start();
+    while (!process.canReadLine() && clock.elapsed() < 10000 && process.waitForReadyRead(1000)) {
+    }
+    const QString line = QString::fromLocal8Bit(process.readLine()).trimmed();
+    const QString prefix = QStringLiteral("dcp30-sim: listening on ");
+    if (line.startsWith(prefix))
+        devicePath = line.mid(prefix.size());
+}
+
+Simulator::~Simulator()
+{
+    stop();
+}
+
+bool Simulator::stop()
+{
+    if (process.state() == QProcess::NotRunning)
+        return false;
+    process.closeWriteChannel();
+    if (!process.waitForFinished(10000)) {
+        process.kill();
+        process.waitForFinished(5000);
+        return false;
+    }
+    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+}
+
+QString ToolRun::describe() const
+{
+    return QStringLiteral("dcp30ctl %1, exit code %2\n--- stdout\n%3--- stderr\n%4")
+        .arg(!finished                        ? QStringLiteral("killed after its time")
+             : status == QProcess::NormalExit ? QStringLiteral("ended")
+                                              : QStringLiteral("crashed"))
+        .arg(exitCode)
+        .arg(out, err);
+}
+
 ToolRun runTool(const QStringList& arguments, int waitPercent, int timeoutMs)
 {
-    QProcess process;
-    process.setProcessEnvironment(toolEnvironment(waitPercent));
-    process.start(toolPath(), arguments);
-    if (!process.waitForStarted(10000))
-        return ToolRun{};
-    return collect(process, QString(), timeoutMs);
+    return RunningTool(arguments, waitPercent).finish(timeoutMs);
 }
 
 RunningTool::RunningTool(const QStringList& arguments, int waitPercent)
@@ -147,6 +123,21 @@ RunningTool::~RunningTool()
     }
 }
 
+ToolRun RunningTool::finish(int timeoutMs)
+{
+    ToolRun run;
+    run.finished = process.waitForFinished(timeoutMs);
+    if (!run.finished) {
+        process.kill();
+        process.waitForFinished(5000);
+    }
+    run.status = process.exitStatus();
+    run.exitCode = process.exitCode();
+    run.out = QString::fromLocal8Bit(process.readAllStandardOutput());
+    run.err = err + QString::fromLocal8Bit(process.readAllStandardError());
+    return run;
+}
+
 bool RunningTool::waitForError(const QString& text, int timeoutMs)
 {
     QElapsedTimer clock;
@@ -162,11 +153,6 @@ bool RunningTool::waitForError(const QString& text, int timeoutMs)
     return false;
 }
 
-ToolRun RunningTool::finish(int timeoutMs)
-{
-    return collect(process, err, timeoutMs);
-}
-
 QStringList transferArgs(const char* verb, const QString& port, int program, int segments,
                          const QString& usb)
 {
@@ -179,37 +165,25 @@ QStringList transferArgs(const char* verb, const QString& port, int program, int
 QList<qint64> livingChildren()
 {
     QList<qint64> children;
-    const QString self = QString::number(::getpid());
-    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
-    for (const QString& entry : entries) {
-        bool numeric = false;
-        const qint64 pid = entry.toLongLong(&numeric);
-        if (!numeric)
-            continue;
-        QFile stat(QStringLiteral("/proc/%1/stat").arg(entry));
+    const QByteArray self = QByteArray::number(::getpid());
+    for (const QString& pid : processIds()) {
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
         if (!stat.open(QIODevice::ReadOnly))
             continue;
         // "pid (comm) state ppid ...": comm may hold blanks, so count from
         // the last parenthesis.
         const QByteArray text = stat.readAll();
         const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
-        if (fields.size() > 1 && fields.at(1) == self.toLatin1())
-            children << pid;
+        if (fields.size() > 1 && fields.at(1) == self)
+            children << pid.toLongLong();
     }
     return children;
 }
 
 bool ptyReleased(const QString& device)
 {
-    if (device.isEmpty())
-        return true;
-    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
-    for (const QString& entry : entries) {
-        bool numeric = false;
-        entry.toLongLong(&numeric);
-        if (!numeric)
-            continue;
-        QDir fds(QStringLiteral("/proc/%1/fd").arg(entry));
+    for (const QString& pid : processIds()) {
+        QDir fds(QStringLiteral("/proc/%1/fd").arg(pid));
         for (const QFileInfo& fd : fds.entryInfoList(QDir::System | QDir::NoDotAndDotDot)) {
             if (fd.symLinkTarget() == device)
                 return false;
@@ -221,22 +195,16 @@ bool ptyReleased(const QString& device)
 QByteArray expectedProgramFile(const ProgramStore& store, int program, const QList<int>& segments)
 {
     QList<QStringList> rows{SegmentCodec::headerRow()};
-    for (int segment : segments)
-        rows << SegmentCodec::recordToRow(segment,
-                                          QString::fromLatin1(store.segment(program, segment)));
-    return programFileBytes(rows);
-}
-
-QStringList refusedSegmentRow(int segment)
-{
-    QStringList row{QStringLiteral("SEG%1").arg(segment)};
-    while (row.size() < SegmentCodec::ColumnCount)
-        row << QStringLiteral("----");
-    return row;
-}
-
-QByteArray programFileBytes(const QList<QStringList>& rows)
-{
+    for (int segment : segments) {
+        if (segment > 0) {
+            rows << SegmentCodec::recordToRow(segment,
+                                              QString::fromLatin1(store.segment(program, segment)));
+            continue;
+        }
+        rows << QStringList{QStringLiteral("SEG%1").arg(-segment)};
+        while (rows.last().size() < SegmentCodec::ColumnCount)
+            rows.last() << QStringLiteral("----");
+    }
     QString text;
     for (const QStringList& row : rows) {
         QStringList cells;
@@ -250,10 +218,8 @@ QByteArray programFileBytes(const QList<QStringList>& rows)
         text += cells.join(QLatin1Char('\t')) + QLatin1Char('\n');
     }
     QByteArray bytes("\xFF\xFE", 2);
-    for (QChar c : text) {
-        bytes += char(c.unicode() & 0xFF);
-        bytes += char(c.unicode() >> 8);
-    }
+    for (QChar c : text)
+        bytes.append(char(c.unicode() & 0xFF)).append(char(c.unicode() >> 8));
     return bytes;
 }
 

@@ -15,8 +15,6 @@ class ProgramStore;
 namespace E2e
 {
 
-QString buildDirectory();
-QString simulatorPath();
 QString toolPath();
 
 // dcp30-sim on a fresh pseudo-terminal. Its stdin is a pipe from the test:
@@ -33,16 +31,13 @@ public:
 
     bool started() const { return !devicePath.isEmpty(); }
     QString device() const { return devicePath; }
-    qint64 pid() const { return processId; }
     // Closes stdin and waits for the exit (the simulator saves its programs
     // on the way out when asked to). True when it exited by itself with 0.
     bool stop();
-    QString standardError();
 
 private:
     QProcess process;
     QString devicePath;
-    qint64 processId = 0;
 };
 
 struct ToolRun {
@@ -51,19 +46,16 @@ struct ToolRun {
     int exitCode = -1;
     QString out;
     QString err;
-    qint64 pid = 0;
     QString describe() const; // for failure messages
 };
 
-// The environment dcp30ctl runs in: the test's, headless, with its runtime
-// directory below the build tree, and waitPercent (1..100, 0 = unset)
-// as DCP30_WAIT_PERCENT.
-QProcessEnvironment toolEnvironment(int waitPercent);
-
-// Runs dcp30ctl to its end (killed after timeoutMs).
+// Runs dcp30ctl to its end (killed after timeoutMs), headless, with its
+// runtime directory below the build tree and waitPercent (1..100, 0 =
+// unset) as DCP30_WAIT_PERCENT.
 ToolRun runTool(const QStringList& arguments, int waitPercent, int timeoutMs = 120000);
 
-// dcp30ctl running in the background; stderr can be watched while it runs.
+// dcp30ctl running in the background as runTool runs it; stderr can be
+// watched while it runs.
 class RunningTool
 {
 public:
@@ -93,13 +85,10 @@ bool ptyReleased(const QString& device);
 // order mark FF FE, then the header row and one row per segment, cells
 // separated by tabs, each row ended by a line feed, as UTF-16LE. Built from
 // the controller's records with the segment codec, quoting cells that hold
-// a tab, a line feed or a double quote.
+// a tab, a line feed or a double quote. A segment given as -s is one the
+// controller refused: its label, then "----" in every other cell, so that
+// later rows keep their places.
 QByteArray expectedProgramFile(const ProgramStore& store, int program, const QList<int>& segments);
-// The same from table rows (header first).
-QByteArray programFileBytes(const QList<QStringList>& rows);
-// The row the read leaves for a segment the controller refused: its label,
-// then "----" in every other cell, so that later rows keep their places.
-QStringList refusedSegmentRow(int segment);
 // Segments 1..count.
 QList<int> segmentRange(int count);
 

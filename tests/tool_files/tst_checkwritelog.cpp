@@ -33,13 +33,14 @@ void TestCheckWriteLog::checkMatchesWriteLog_data()
     mixed[3] << "extra"; // segment 4 also has a cell too many
     QTest::newRow("PV event, tag, times, cells, missing rows") << mixed << "-1999,9999"
                                                                << "0,4,50" << 6;
+    // A negative limit survives the double-word reads of check and driver.
     QTest::newRow("MV/MFB, deviation and kindless events, narrow limits")
         << edited(validRows(3), {{1, Sp1, "600"},
                                  {1, Ev1First, "-101"},
                                  {2, Ev2First, "-1"},
                                  {2, Ev3First, "6000"},
                                  {3, Time, "100:00"}})
-        << "0,500"
+        << "-100,500"
         << "8,5,7" << 3;
     QTest::newRow("time event pairs, nothing left to write")
         << edited(validRows(2),
