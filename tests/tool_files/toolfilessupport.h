@@ -32,33 +32,11 @@ enum Column {
 inline QStringList validRow(int segment, const QString& sp = QStringLiteral("200"),
                             const QString& time = QStringLiteral("01:00"))
 {
-    QStringList row{QStringLiteral("SEG%1").arg(segment),
-                    sp,
-                    time,
-                    "900",
-                    "----",
-                    "50",
-                    "----",
-                    "5999",
-                    "----",
-                    "0.10",
-                    "0.40"};
-    for (int i = 0; i < 8; ++i)
-        row << "----";
-    row << "1"
-        << "----"
-        << "----";
-    if (segment == 1)
-        row << "0"
-            << "1"
-            << "0"
-            << "TAG1    ";
-    else
-        row << "----"
-            << "----"
-            << "----"
-            << "----";
-    return row;
+    const QString rest = QStringLiteral("900|----|50|----|5999|----|0.10|0.40|----|----|----|----|"
+                                        "----|----|----|----|1|----|----|") +
+                         (segment == 1 ? "0|1|0|TAG1    " : "----|----|----|----");
+    return QStringList{QStringLiteral("SEG%1").arg(segment), sp, time} +
+           rest.split(QLatin1Char('|'));
 }
 
 inline QList<QStringList> validRows(int count)
