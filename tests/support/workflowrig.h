@@ -59,10 +59,7 @@ inline QStringList sampleRow(int segment)
 // The row a read keeps for a segment the controller refused.
 inline QStringList placeholderRow(int segment)
 {
-    QStringList cells{QStringLiteral("SEG%1").arg(segment)};
-    for (int i = 1; i < 26; ++i)
-        cells << QStringLiteral("----");
-    return cells;
+    return QStringLiteral("SEG%1").arg(segment).append(QString("|----").repeated(25)).split('|');
 }
 
 // Progress events as WorkflowRig::events() names them: kind "read" or "write".
@@ -230,9 +227,6 @@ public:
         transfer.join();
         port.setResponder(nullptr);
     }
-    // Pulls the USB stick: the directory goes, the device object says it is
-    // not mounted.
-    void pullUsbStick() { QDir(usb).removeRecursively(); }
 
     ScriptedPort port;
     DeviceObject device;
