@@ -213,8 +213,6 @@ private slots:
         const QString ok = "--program 3 --segments 5";
         const QString read = "read --port /nonexistent/tty --usb /nonexistent/usb ";
         const QString write = "write --port /nonexistent/tty --usb /nonexistent/usb ";
-        row("program above", read + "--program 25 --segments 5",
-            "read: program 25 is out of range 1..19 (--clamp takes 19, as a panel would)");
         row("program zero, write", write + "--program 0 --segments 5",
             "write: program 0 is out of range 1..19 (--clamp takes 1, as a panel would)");
         row("segments above", read + "--program 3 --segments 31",
@@ -222,7 +220,6 @@ private slots:
         row("segments not a number", read + "--program 3 --segments ten",
             "read: --segments needs a whole number, not \"ten\"");
         row("no program", read + "--segments 5", "read: --program is needed");
-        row("no port", "read --usb /tmp " + ok, "read: --port is needed");
         row("no directory for the medium", "read --port /dev/null " + ok,
             "read: --usb DIR is needed for --storage usb");
         row("sd without its directory", write + ok + " --storage sd",
