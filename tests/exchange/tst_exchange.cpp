@@ -8,7 +8,6 @@
 
 using namespace WorkflowData;
 using Answer = ScriptedPort::Answer;
-using Event = ScriptedPort::Event;
 
 Q_DECLARE_METATYPE(ScriptedPort::Answer)
 
@@ -16,23 +15,6 @@ namespace
 {
 
 const char NoProgram[] = "Program number or segment number is in error. No program in the segment.";
-
-// What the port saw: "option 12=0 (int)", "write <frame in hex>", "read <limit>".
-QStringList traffic(const ScriptedPort& port)
-{
-    QStringList out;
-    for (const Event& e : port.events()) {
-        if (e.kind == Event::Kind::Option)
-            out << QStringLiteral("option %1=%2 (%3)")
-                       .arg(e.optionCode)
-                       .arg(e.optionValue.toString(), e.optionValue.typeName());
-        else if (e.kind == Event::Kind::Write)
-            out << QStringLiteral("write ") + e.data.toHex();
-        else
-            out << QStringLiteral("read %1").arg(e.maxLength);
-    }
-    return out;
-}
 
 // One of the worker's command operations, by name after initRWCommand: the
 // opens for three segments (the write with the row of segment 1), the
@@ -88,7 +70,7 @@ private slots:
         QCOMPARE(w.readCommand, QStringLiteral("kept"));
         QCOMPARE(w.closeCommand, QStringLiteral("\x02"
                                                 "0100XFC,%1\x03\r\n"));
-        QVERIFY(rig.port.events().isEmpty());
+        QVERIFY(rig.port.trace().isEmpty());
     }
 
     void commandsOnTheLine_data()
@@ -122,8 +104,8 @@ private slots:
         QList<QStringList> datas;
         QStringList errors;
         call(rig.worker(), slot, program, segment, datas, errors);
-        QCOMPARE(traffic(rig.port), (QStringList{"option 12=0 (int)", "write " + frame.toHex(),
-                                                 QStringLiteral("read %1").arg(readLimit)}));
+        QCOMPARE(rig.port.trace(), (QStringList{"option 12=0 (int)", "write " + frame.toHex(),
+                                                QStringLiteral("read %1").arg(readLimit)}));
     }
 
     void statusMessages_data()
@@ -288,7 +270,7 @@ private slots:
             QVERIFY(!call(w, slot, 2, 1, datas, errors));
         QTEST(errors, "errors");
         QVERIFY(datas.isEmpty());
-        QVERIFY(rig.port.events().isEmpty());
+        QVERIFY(rig.port.trace().isEmpty());
     }
 
     // The runtime may hand over another port while a command waits for its

@@ -67,7 +67,7 @@ void ScriptedPort::reset()
     pendingEmptyReads = 0;
 }
 
-QList<ScriptedPort::Event> ScriptedPort::events() const
+QStringList ScriptedPort::trace() const
 {
     QMutexLocker lock(&mutex);
     return log;
@@ -76,9 +76,9 @@ QList<ScriptedPort::Event> ScriptedPort::events() const
 QList<QByteArray> ScriptedPort::sentFrames() const
 {
     QList<QByteArray> frames;
-    for (const Event& e : events()) {
-        if (e.kind == Event::Kind::Write)
-            frames << e.data;
+    for (const QString& entry : trace()) {
+        if (entry.startsWith(QLatin1String("write ")))
+            frames << QByteArray::fromHex(entry.mid(6).toLatin1());
     }
     return frames;
 }
@@ -94,9 +94,9 @@ QList<QByteArray> ScriptedPort::sentCommands() const
 QList<int> ScriptedPort::readLimits() const
 {
     QList<int> limits;
-    for (const Event& e : events()) {
-        if (e.kind == Event::Kind::Read)
-            limits << e.maxLength;
+    for (const QString& entry : trace()) {
+        if (entry.startsWith(QLatin1String("read ")))
+            limits << entry.mid(5).toInt();
     }
     return limits;
 }
@@ -104,19 +104,18 @@ QList<int> ScriptedPort::readLimits() const
 int ScriptedPort::readBytes(char* buffer, int maxLength)
 {
     QMutexLocker lock(&mutex);
-    Event e;
-    e.kind = Event::Kind::Read;
-    e.maxLength = maxLength;
+    log << QStringLiteral("read %1").arg(maxLength);
     if (pendingEmptyReads > 0) {
         --pendingEmptyReads;
-    } else if (buffer && maxLength > 0) {
-        e.data = pendingInput.left(readChunk > 0 ? qMin(maxLength, readChunk) : maxLength);
-        pendingInput.remove(0, e.data.size());
-        if (!e.data.isEmpty())
-            std::memcpy(buffer, e.data.constData(), size_t(e.data.size()));
+        return 0;
     }
-    log.append(e);
-    return e.data.size();
+    if (!buffer || maxLength <= 0)
+        return 0;
+    const QByteArray data =
+        pendingInput.left(readChunk > 0 ? qMin(maxLength, readChunk) : maxLength);
+    pendingInput.remove(0, data.size());
+    std::memcpy(buffer, data.constData(), size_t(data.size()));
+    return data.size();
 }
 
 QString ScriptedPort::portName() const
@@ -127,33 +126,27 @@ QString ScriptedPort::portName() const
 int ScriptedPort::writeBytes(const char* data, int length)
 {
     QMutexLocker lock(&mutex);
-    Event e;
-    e.kind = Event::Kind::Write;
-    e.data = (data && length > 0) ? QByteArray(data, length) : QByteArray();
-    log.append(e);
+    const QByteArray frame = (data && length > 0) ? QByteArray(data, length) : QByteArray();
+    log << QStringLiteral("write ") + QString::fromLatin1(frame.toHex());
 
     Answer answer = defaultAnswer;
-    if (!ruleAnswer(commandOf(e.data), &answer) && responder) {
+    if (!ruleAnswer(commandOf(frame), &answer) && responder) {
         const Responder respond = responder;
         lock.unlock();
-        answer = respond(e.data);
+        answer = respond(frame);
         lock.relock();
     }
     if (answer.kind == Answer::Kind::Reply) {
         pendingInput += answer.reply;
         pendingEmptyReads = answer.emptyReadsBefore;
     }
-    return answer.kind == Answer::Kind::ShortWrite ? answer.writtenCount : e.data.size();
+    return answer.kind == Answer::Kind::ShortWrite ? answer.writtenCount : frame.size();
 }
 
 bool ScriptedPort::setOption(int code, const QVariant& value)
 {
     QMutexLocker lock(&mutex);
-    Event e;
-    e.kind = Event::Kind::Option;
-    e.optionCode = code;
-    e.optionValue = value;
-    log.append(e);
+    log << QStringLiteral("option %1=%2 (%3)").arg(code).arg(value.toString(), value.typeName());
     if (code == OptionPrepareCommand) {
         pendingInput.clear();
         pendingEmptyReads = 0;

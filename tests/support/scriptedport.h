@@ -6,6 +6,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QMutex>
+#include <QStringList>
 #include <QVariant>
 
 #include <functional>
@@ -50,15 +51,6 @@ public:
         static Answer shortWrite(int count) { return {Kind::ShortWrite, {}, 0, count}; }
     };
 
-    struct Event {
-        enum class Kind { Option, Write, Read };
-        Kind kind = Kind::Option;
-        int optionCode = 0;   // Option
-        QVariant optionValue; // Option
-        QByteArray data;      // Write: the bytes sent; Read: the bytes handed out
-        int maxLength = 0;    // Read
-    };
-
     static constexpr int Forever = -1;
 
     // Answers a written frame (the whole frame, as sent) that no rule
@@ -80,7 +72,9 @@ public:
     // Forgets the script, the log and any pending input.
     void reset();
 
-    QList<Event> events() const;
+    // What the port was asked, in order: "option 12=0 (int)" (code, value
+    // and its type), "write <the frame in hex>", "read <maxLength>".
+    QStringList trace() const;
     // The frames written, in order, whatever their answer.
     QList<QByteArray> sentFrames() const;
     // The text between STX and ETX of each sent frame.
@@ -112,7 +106,7 @@ private:
     Answer defaultAnswer;
     Responder responder;
     int readChunk = 0;
-    QList<Event> log;
+    QStringList log;
     QByteArray pendingInput;
     int pendingEmptyReads = 0;
     int retries = 0;

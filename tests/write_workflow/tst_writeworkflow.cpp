@@ -42,13 +42,16 @@ QByteArray writeCommand(int program, int segment)
            sampleRecord(segment);
 }
 
-// A rig whose USB stick holds "PROG_<program>.txt" with the header and rows,
-// and whose controller accepts every command that no rule answers.
+// A rig whose medium (USB stick or SD card) holds "PROG_<program>.txt" with
+// the header and rows, and whose controller accepts every command that no
+// rule answers.
 struct WriteRig : WorkflowRig {
-    explicit WriteRig(const QList<QStringList>& rows, int program = 1, int waitPercent = 1)
+    explicit WriteRig(const QList<QStringList>& rows, int program = 1, int storage = 0,
+                      int waitPercent = 1)
         : WorkflowRig(waitPercent)
     {
-        writeBytes(usbFile(QStringLiteral("PROG_%1.txt").arg(program)),
+        const QString name = QStringLiteral("PROG_%1.txt").arg(program);
+        writeBytes(storage ? sdFile(name) : usbFile(name),
                    programFile(QList<QStringList>{header()} + rows));
         port.setDefaultAnswer(Answer::withReply(status("00")));
     }
@@ -81,12 +84,8 @@ private slots:
         QFETCH(int, storageType);
         QFETCH(int, segments);
         QFETCH(QStringList, progress);
-        WorkflowRig rig(waitPercent);
-        const QString name = QStringLiteral("PROG_%1.txt").arg(program);
-        QVERIFY(writeBytes(storageType ? rig.sdFile(name) : rig.usbFile(name),
-                           programFile(QList<QStringList>{header()} + sampleRows(segments))));
+        WriteRig rig(sampleRows(segments), program, storageType, waitPercent);
         rig.port.setRetryCount(3);
-        rig.port.setDefaultAnswer(Answer::withReply(status("00")));
         rig.worker().writeProgramFileProcess(Parameters, program, segments, storageType);
 
         const QByteArray p = QByteArray::number(program);
@@ -230,7 +229,7 @@ private slots:
         rig.port.setDefaultAnswer(Answer::withReply(status("00")));
         FileAccessor& worker = rig.worker();
         worker.writeProgramFileProcess(Parameters, 3, 2, 0);
-        QVERIFY(rig.port.events().isEmpty());
+        QVERIFY(rig.port.trace().isEmpty());
         QCOMPARE(rig.events(), (QStringList{"message DCP30: " + message, "WF 0"}));
         QCOMPARE(rig.centre.texts(), QStringList{message});
         QVERIFY(!QFile::exists(rig.usbFile("WRITE_PROG_3_ERROR.txt")));
@@ -294,9 +293,7 @@ private slots:
     // the line and no log is written.
     void abortEndsTransfer()
     {
-        WorkflowRig rig(100);
-        QVERIFY(writeBytes(rig.usbFile("PROG_1.txt"),
-                           programFile(QList<QStringList>{header()} + sampleRows(5))));
+        WriteRig rig(sampleRows(5), 1, 0, 100);
         rig.port.setRetryCount(3);
         rig.port.addAnswer("0100XFO", Answer::withReply(status("00")));
         rig.port.addAnswer("0100XFW,1,1", Answer::withReply(status("00")));
