@@ -7,6 +7,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+
 #include <unistd.h>
 
 #include <algorithm>

@@ -90,7 +90,9 @@ private slots:
     }
 
     // Program 1 of three segments with one command failing: how often each
-    // command goes out, the log and the file that is left.
+    // command goes out, the log and the file that is left. (Refusals, a lone
+    // failed open and an attempt that goes through when repeated are rows of
+    // the end-to-end fault matrix.)
     void failures_data()
     {
         QTest::addColumn<int>("retries");
@@ -122,19 +124,10 @@ private slots:
              ReadCode1, ReadCode1, SegmentRetriesOver.arg(2), ReadCode1, ReadCode1, ReadCode1,
              SegmentRetriesOver.arg(2), AttemptRetriesOver.arg(2)},
             {});
-        row("refused segment: placeholder row, not repeated", 2, read2,
-            Answer::withReply(status("52")), 1, 1, 1,
-            {"Seg2:Program number or segment number is in error. No program in the segment."},
-            {header(), sampleRow(1), placeholderRow(2), sampleRow(3)});
-        row("0 retries: open fails", 0, "0100XFO", none, -1, 1, 0, {OpenCode1}, {});
         row("4 retries: open never through, labelled repeats", 4, "0100XFO", none, -1, 5, 0,
             {OpenCode1, "First retry.", OpenCode1, "Second retry.", OpenCode1, "3 st retry.",
              OpenCode1, OpenCode1, AttemptRetriesOver.arg(4)},
             {});
-        row("2 retries: second attempt through", 2, "0100XFO", none, 1, 2, 1, {OpenCode1},
-            table({1, 2, 3}));
-        row("open refused: nothing read, closed or saved", 3, "0100XFO",
-            Answer::withReply(status("50")), 1, 1, 0, {"File is already open."}, {});
     }
     void failures()
     {
