@@ -165,16 +165,16 @@ private slots:
     void faults_data()
     {
         QTest::addColumn<bool>("read");
-        QTest::addColumn<QStringList>("rules");
+        QTest::addColumn<QString>("rule");
         QTest::addColumn<int>("retries");
         QTest::addColumn<QStringList>("log");
         QTest::addColumn<QList<int>>("file");
         QTest::addColumn<QList<int>>("stored");
         QTest::addColumn<bool>("storeChecked");
-        auto add = [](const QString& name, bool read, const QStringList& rules, int retries,
+        auto add = [](const QString& name, bool read, const QString& rule, int retries,
                       const Expectation& e) {
             QTest::newRow(qPrintable(name))
-                << read << rules << retries << e.log << e.file << e.stored << e.storeChecked;
+                << read << rule << retries << e.log << e.file << e.stored << e.storeChecked;
         };
         struct Place {
             const char* name;
@@ -197,7 +197,7 @@ private slots:
                         add(QStringLiteral("%1 %2 %3, %4 retries")
                                 .arg(read ? "read" : "write", place.name, kind)
                                 .arg(retries),
-                            read, {rule}, retries, expect(read, place.name, kind, retries));
+                            read, rule, retries, expect(read, place.name, kind, retries));
                 }
             }
         }
@@ -211,16 +211,16 @@ private slots:
         always.storeChecked = false;
         always.log = QStringList{readCode1, readCode1, readCode1,
                                  "The retry time of reading the Program 3 file is over 2 times."};
-        add("read middle drop always, 2 retries", true, {"drop:FR:2@always"}, 2, always);
+        add("read middle drop always, 2 retries", true, "drop:FR:2@always", 2, always);
         always.log = QStringList{writeCode21, writeCode21,
                                  "\nThe retry time of writing the Program 5 file is over 1 times."};
-        add("write middle drop always, 1 retry", false, {"drop:FW:2@always"}, 1, always);
+        add("write middle drop always, 1 retry", false, "drop:FW:2@always", 1, always);
     }
 
     void faults()
     {
         QFETCH(bool, read);
-        QFETCH(QStringList, rules);
+        QFETCH(QString, rule);
         QFETCH(int, retries);
         QFETCH(QStringList, log);
         QFETCH(QList<int>, file);
@@ -230,10 +230,7 @@ private slots:
         const QString usb = dir.filePath(QStringLiteral("usb"));
         QVERIFY(QDir().mkpath(usb));
         const QString programs = dir.filePath(QStringLiteral("programs.txt"));
-        QStringList simArgs{"--baud", "0", "--programs", programs, "--save-on-exit"};
-        for (const QString& rule : rules)
-            simArgs << QStringLiteral("--fault") << rule;
-        Simulator sim(simArgs);
+        Simulator sim({"--baud", "0", "--programs", programs, "--save-on-exit", "--fault", rule});
         QVERIFY(sim.started());
 
         const int program = read ? ReadProgram : WriteProgram;

@@ -53,8 +53,7 @@ private slots:
         row("sd mounted", "", "tmp", 2, true);
         row("usb asked, only sd set", "", "tmp", 1, false);
         row("directory gone", "/nonexistent/dcp30/usb", "", 1, false);
-        row("unknown medium", "tmp", "tmp", 3, false);
-        row("medium 0", "tmp", "tmp", 0, false);
+        row("unknown medium", "tmp", "tmp", 3, false); // 0 and 3 alike
     }
     void getMount()
     {
