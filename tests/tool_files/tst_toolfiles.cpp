@@ -232,9 +232,6 @@ private slots:
         QList<QStringList> wide = three;
         wide[1] << "x";
         QTest::newRow("equal") << three << header << QStringList{"equal: 3 segments"};
-        QTest::newRow("one cell") << edited(three, {{2, Sp1, "201"}}) << header
-                                  << QStringList{"segment 2, SP1: A \"200\", B \"201\"",
-                                                 "1 difference"};
         QTest::newRow("same number, other spelling; blank less in the tag")
             << edited(three, {{3, Pid, "01"}, {1, Tag, "TAG1   "}}) << header
             << QStringList{"segment 1, Tag: A \"TAG1    \", B \"TAG1   \"",
