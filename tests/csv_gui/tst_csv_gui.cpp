@@ -31,15 +31,35 @@ using Table = QList<QStringList>;
 namespace
 {
 
-// Answers the next modal window from the event loop. What it saw is kept for
-// the test to compare; a window of the wrong kind, or none at all, is closed
-// and recorded rather than left to block the run.
+void click(QWidget* modal, QMessageBox::StandardButton button)
+{
+    auto* box = qobject_cast<QMessageBox*>(modal);
+    QVERIFY(box && box->button(button));
+    box->button(button)->click();
+}
+
+// Types the name as a user would: selectFile alone may select nothing while
+// the dialog's file model still lists the directory as it was.
+void chooseFile(QWidget* modal, const QString& path)
+{
+    auto* dialog = qobject_cast<QFileDialog*>(modal);
+    QVERIFY(dialog);
+    auto* edit = dialog->findChild<QLineEdit*>(QStringLiteral("fileNameEdit"));
+    QVERIFY(edit);
+    edit->setText(path);
+    QMetaObject::invokeMethod(dialog, "accept");
+}
+
+// Answers the next modal window from the event loop (by default with Ok) and
+// keeps what it saw. A second window is closed and counted rather than left
+// to block the run; after 10 s without a window the watch ends.
 class ModalAnswer : public QObject
 {
 public:
     using Action = std::function<void(QWidget*)>;
 
-    explicit ModalAnswer(Action action) : m_action(std::move(action))
+    explicit ModalAnswer(Action action = [](QWidget* w) { click(w, QMessageBox::Ok); })
+        : m_action(std::move(action))
     {
         connect(&m_poll, &QTimer::timeout, this, &ModalAnswer::poll);
         m_poll.start(20);
@@ -47,8 +67,8 @@ public:
     }
     ~ModalAnswer() override { closeStray(); }
 
-    bool answered() const { return m_answered; }
-    int count() const { return m_count; }
+    bool answered = false;
+    int count = 0;
     QString title;
     QString text;
     QString informativeText;
@@ -58,18 +78,18 @@ private:
     void poll()
     {
         QWidget* modal = QApplication::activeModalWidget();
-        if (modal && !m_answered) {
-            ++m_count;
+        if (modal && !answered) {
+            ++count;
             title = modal->windowTitle();
             parentWidget = modal->parentWidget();
             if (auto* box = qobject_cast<QMessageBox*>(modal)) {
                 text = box->text();
                 informativeText = box->informativeText();
             }
-            m_answered = true;
+            answered = true;
             m_action(modal);
         } else if (modal) {
-            ++m_count; // a second window nobody expected
+            ++count;
             closeStray();
         } else if (m_deadline.elapsed() > 10000) {
             m_poll.stop();
@@ -84,32 +104,7 @@ private:
     Action m_action;
     QTimer m_poll;
     QElapsedTimer m_deadline;
-    bool m_answered = false;
-    int m_count = 0;
 };
-
-void click(QWidget* modal, QMessageBox::StandardButton button)
-{
-    auto* box = qobject_cast<QMessageBox*>(modal);
-    QVERIFY(box);
-    QVERIFY(box->button(button));
-    box->button(button)->click();
-}
-
-// Types the name as a user would: selectFile alone may select nothing while
-// the dialog's file model still lists the directory as it was.
-void chooseFile(QFileDialog* dialog, const QString& path)
-{
-    auto* edit = dialog->findChild<QLineEdit*>(QStringLiteral("fileNameEdit"));
-    QVERIFY(edit);
-    edit->setText(path);
-    QMetaObject::invokeMethod(dialog, "accept");
-}
-
-ModalAnswer::Action clickOk()
-{
-    return [](QWidget* w) { click(w, QMessageBox::Ok); };
-}
 
 } // namespace
 
@@ -164,8 +159,8 @@ private slots:
                 dialog->reject();
         });
         QCOMPARE(saver.saveFile(m_table), choose);
-        QVERIFY(answer.answered());
-        QCOMPARE(answer.count(), 1);
+        QVERIFY(answer.answered);
+        QCOMPARE(answer.count, 1);
         QCOMPARE(answer.title, QStringLiteral("Export File"));
         QCOMPARE(answer.parentWidget, &parent);
         QCOMPARE(directory, remembered ? last : QCoreApplication::applicationDirPath());
@@ -179,102 +174,100 @@ private slots:
         }
     }
 
-    void saveOpenFailureWarns()
+    void openDialog_data()
     {
-        QWidget parent;
-        KCSVSaver saver(&parent);
-        ModalAnswer answer(clickOk());
-        QVERIFY(!saver.saveFile(m_table, m_dir.filePath(QStringLiteral("missing/x.txt"))));
-        QVERIFY(answer.answered());
-        QCOMPARE(answer.title, QStringLiteral("File cannot be opened."));
-        QCOMPARE(answer.text, QStringLiteral("File cannot be opened."));
-        QCOMPARE(answer.parentWidget, &parent);
-        QVERIFY(saver.errorMessageList().isEmpty());
+        QTest::addColumn<bool>("choose"); // otherwise cancel the dialog
+        QTest::newRow("file chosen") << true;
+        QTest::newRow("cancelled, then reported") << false;
     }
-
-    void openDialogChoosesFile()
+    void openDialog()
     {
+        QFETCH(bool, choose);
         const QString path = file(csvtest::utf16le("SEG\tSP1\nSEG1\t100.0\n"));
-        KCSVLoader loader(nullptr);
-        ModalAnswer answer([&](QWidget* w) {
-            auto* dialog = qobject_cast<QFileDialog*>(w);
-            QVERIFY(dialog);
-            chooseFile(dialog, path);
-        });
-        QVERIFY(loader.openFile());
-        QVERIFY(answer.answered());
-        QCOMPARE(answer.title, QStringLiteral("Import File"));
-        QCOMPARE(loader.fileContent(), m_table);
-        QCOMPARE(csvtest::defaultDir().toString(), m_dir.path());
-    }
-
-    void openDialogCancelled()
-    {
         QWidget parent;
         KCSVLoader loader(&parent);
         {
-            ModalAnswer answer([](QWidget* w) { w->close(); });
-            QVERIFY(!loader.openFile());
-            QVERIFY(answer.answered());
+            ModalAnswer answer([&](QWidget* w) {
+                if (choose)
+                    chooseFile(w, path);
+                else
+                    w->close();
+            });
+            QCOMPARE(loader.openFile(), choose);
+            QVERIFY(answer.answered);
+            QCOMPARE(answer.title, QStringLiteral("Import File"));
+            QCOMPARE(answer.parentWidget, &parent);
+        }
+        QVERIFY(loader.errorMessageList().isEmpty());
+        if (choose) {
+            QCOMPARE(loader.fileContent(), m_table);
+            QCOMPARE(csvtest::defaultDir().toString(), m_dir.path());
+            return;
         }
         QCOMPARE(loader.status(), KCSVLoader::OpenFailed);
-        QVERIFY(loader.errorMessageList().isEmpty());
-
-        ModalAnswer report(clickOk());
+        ModalAnswer report;
         QVERIFY(loader.fileContent().isEmpty());
-        QVERIFY(report.answered());
         QCOMPARE(report.title, QStringLiteral("File cannot be opened."));
         QCOMPARE(report.text, QStringLiteral("Please select the right file."));
         QCOMPARE(report.parentWidget, &parent);
         QVERIFY(loader.errorMessageList().isEmpty());
     }
 
-    void formatErrorBox()
+    // Message boxes take the place of the error list: only the format-error
+    // box has no parent, and the loader keeps its errors for the caller.
+    void messageBoxes_data()
     {
-        KCSVLoader loader(nullptr);
-        ModalAnswer answer(clickOk());
-        QVERIFY(!loader.openFile(file(csvtest::utf16le("h1\th2\n1\n\"open\n"))));
-        QVERIFY(answer.answered());
-        QCOMPARE(answer.title, QStringLiteral("File Format Error."));
-        QCOMPARE(answer.text, QStringLiteral("1. Format error at line 4"));
-        QVERIFY(answer.parentWidget == nullptr);
-        QCOMPARE(loader.status(), KCSVLoader::FormatErrors);
-        QCOMPARE(loader.errorMessageList(), QStringList{QStringLiteral("Format error at line 4")});
+        QTest::addColumn<int>("step");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("saver cannot open the file") << 0 << "File cannot be opened."
+                                                    << "File cannot be opened.";
+        QTest::newRow("format errors") << 1 << "File Format Error."
+                                       << "1. Format error at line 4";
+        QTest::newRow("warnings on taking the rows")
+            << 2 << "Warning: Incorrect File Format"
+            << "Line 2 is 1 columns short of header.\nLine 3 is 1 columns more of header.\n...";
     }
-
-    void warningReportBox()
+    void messageBoxes()
     {
-        KCSVLoader loader(nullptr);
-        QVERIFY(loader.openFile(file(csvtest::utf16le("a\tb\n1\n1\t2\t3\n4\n"))));
-        ModalAnswer answer(clickOk());
-        QCOMPARE(loader.fileContent().size(), 4);
-        QVERIFY(answer.answered());
-        QCOMPARE(answer.title, QStringLiteral("Warning: Incorrect File Format"));
-        QCOMPARE(answer.text, QStringLiteral("Line 2 is 1 columns short of header.\n"
-                                             "Line 3 is 1 columns more of header.\n..."));
-        QVERIFY(loader.errorMessageList().isEmpty());
+        QFETCH(int, step);
+        QWidget parent;
+        KCSVSaver saver(&parent);
+        KCSVLoader loader(&parent);
+        ModalAnswer answer;
+        if (step == 0) {
+            QVERIFY(!saver.saveFile(m_table, m_dir.filePath(QStringLiteral("missing/x.txt"))));
+        } else if (step == 1) {
+            QVERIFY(!loader.openFile(file(csvtest::utf16le("h1\th2\n1\n\"open\n"))));
+        } else {
+            QVERIFY(loader.openFile(file(csvtest::utf16le("a\tb\n1\n1\t2\t3\n4\n"))));
+            QCOMPARE(loader.fileContent().size(), 4);
+        }
+        QVERIFY(answer.answered);
+        QCOMPARE(answer.count, 1);
+        QTEST(answer.title, "title");
+        QTEST(answer.text, "text");
+        QCOMPARE(answer.parentWidget, step == 1 ? nullptr : &parent);
+        QCOMPARE(saver.errorMessageList() + loader.errorMessageList(),
+                 step == 1 ? QStringList{QStringLiteral("Format error at line 4")} : QStringList());
     }
 
     void confirmation_data()
     {
         QTest::addColumn<int>("format");
         QTest::addColumn<int>("button");
-        QTest::addColumn<bool>("proceeds");
-
-        QTest::newRow("TXT, Ok") << int(KCSVInterface::TxtFormat) << int(QMessageBox::Ok) << true;
+        QTest::addColumn<QString>("name");
+        QTest::newRow("TXT, Ok") << int(KCSVInterface::TxtFormat) << int(QMessageBox::Ok) << "TXT";
         QTest::newRow("CSV, Cancel")
-            << int(KCSVInterface::CsvFormat) << int(QMessageBox::Cancel) << false;
-        QTest::newRow("unknown format, Ok") << 9 << int(QMessageBox::Ok) << true;
+            << int(KCSVInterface::CsvFormat) << int(QMessageBox::Cancel) << "CSV";
+        QTest::newRow("unknown format, Ok") << 9 << int(QMessageBox::Ok) << "";
     }
     void confirmation()
     {
         QFETCH(int, format);
         QFETCH(int, button);
-        QFETCH(bool, proceeds);
-
-        const QString name = format == KCSVInterface::TxtFormat   ? QStringLiteral("TXT")
-                             : format == KCSVInterface::CsvFormat ? QStringLiteral("CSV")
-                                                                  : QString();
+        QFETCH(QString, name);
+        const bool proceeds = button == QMessageBox::Ok;
         const QString path = m_dir.filePath(QStringLiteral("confirmed.txt"));
         QFile::remove(path);
         KCSVSaver saver(nullptr);
@@ -288,7 +281,7 @@ private slots:
             click(w, QMessageBox::StandardButton(button));
         });
         QCOMPARE(saver.saveFile(m_table, path), proceeds);
-        QVERIFY(answer.answered());
+        QVERIFY(answer.answered);
         QCOMPARE(answer.title, QStringLiteral("Import/Export File"));
         QCOMPARE(answer.text,
                  QStringLiteral("The import/export file will process as %1 format.").arg(name));
@@ -296,8 +289,7 @@ private slots:
         QCOMPARE(defaultButton, QMessageBox::Cancel);
         QCOMPARE(QFile::exists(path), proceeds);
         QCOMPARE(saver.errorMessageList(),
-                 proceeds ? QStringList()
-                          : QStringList{QStringLiteral("User canceled operation.")});
+                 proceeds ? QStringList() : QStringList{"User canceled operation."});
     }
 
     void refusedConfirmationKeepsState()
@@ -309,59 +301,50 @@ private slots:
         for (int k = 0; k < 2; ++k) {
             ModalAnswer refuse([](QWidget* w) { click(w, QMessageBox::Cancel); });
             QVERIFY(!loader.openFile(other));
-            QVERIFY(refuse.answered());
+            QVERIFY(refuse.answered);
         }
         // Each refusal adds to the list; the earlier load stays as it was.
         QCOMPARE(loader.errorMessageList(),
-                 (QStringList{QStringLiteral("User canceled operation."),
-                              QStringLiteral("User canceled operation.")}));
+                 QStringList({"User canceled operation.", "User canceled operation."}));
         QCOMPARE(loader.status(), KCSVLoader::ColumnCountMismatch);
-        QCOMPARE(loader.warningMessageList(),
-                 QStringList{QStringLiteral("Line 2 is 1 columns short of header.")});
+        QCOMPARE(loader.warningMessageList(), QStringList{"Line 2 is 1 columns short of header."});
         loader.setAskFormatEachTime(false);
-        ModalAnswer report(clickOk());
+        ModalAnswer report;
         QCOMPARE(loader.fileContent(), (Table{{"a", "b"}, {"1", ""}}));
-        QVERIFY(report.answered());
+        QVERIFY(report.answered);
     }
 
     void workerObjectsNeverAsk()
     {
         bool saved = true;
         bool opened = true;
-        QStringList saveErrors;
-        QStringList loadErrors;
+        QStringList errors;
         ModalAnswer watch([](QWidget* w) { w->close(); });
         csvtest::runInThread([&] {
             KCSVSaver saver(nullptr);
             saver.setAskFormatEachTime(true);
             saved = saver.saveFile(m_table);
-            saveErrors = saver.errorMessageList();
             KCSVLoader loader(nullptr);
             opened = loader.openFile();
             loader.fileContent();
-            loadErrors = loader.errorMessageList();
+            errors = saver.errorMessageList() + loader.errorMessageList();
         });
         QTest::qWait(100); // let the watcher look once more
-        QVERIFY(!watch.answered());
-        QVERIFY(!saved);
-        QVERIFY(!opened);
-        QCOMPARE(saveErrors, QStringList{QStringLiteral("The file name is empty.")});
-        QCOMPARE(loadErrors, (QStringList{QStringLiteral("The file name is empty."),
-                                          QStringLiteral("File cannot be loaded."),
-                                          QStringLiteral("Please select a file.")}));
+        QVERIFY(!watch.answered);
+        QVERIFY(!saved && !opened);
+        QCOMPARE(errors, QStringList({"The file name is empty.", "The file name is empty.",
+                                      "File cannot be loaded.", "Please select a file."}));
     }
 
 private:
-    QString file(const QByteArray& bytes);
+    QString file(const QByteArray& bytes)
+    {
+        return csvtest::writeFile(m_dir, QStringLiteral("gui%1.txt").arg(++m_files), bytes);
+    }
     QTemporaryDir m_dir;
     int m_files = 0;
     const Table m_table{{"SEG", "SP1"}, {"SEG1", "100.0"}};
 };
-
-QString TestCsvGui::file(const QByteArray& bytes)
-{
-    return csvtest::writeFile(m_dir, QStringLiteral("gui%1.txt").arg(++m_files), bytes);
-}
 
 QTEST_MAIN(TestCsvGui)
 #include "tst_csv_gui.moc"
