@@ -120,32 +120,38 @@ private slots:
 
     void init() { QSettings().clear(); }
 
-    void saveDialog_data()
+    // Parent, caption, start directory (the remembered one, else the
+    // application's) and filter of the file dialogs; a cancelled dialog fails
+    // without a message.
+    void fileDialogs_data()
     {
-        QTest::addColumn<bool>("remembered"); // a directory stored by an earlier save
-        QTest::addColumn<int>("format");
-        QTest::addColumn<bool>("choose"); // otherwise cancel the dialog
-        QTest::newRow("remembered directory, file chosen")
-            << true << int(KCSVInterface::TxtFormat) << true;
-        QTest::newRow("application directory, cancelled")
-            << false << int(KCSVInterface::CsvFormat) << false;
+        QTest::addColumn<bool>("save");
+        QTest::addColumn<bool>("remembered"); // a directory stored by an earlier load or save
+        QTest::addColumn<bool>("choose");     // otherwise cancel the dialog
+        QTest::newRow("save: remembered directory, file chosen") << true << true << true;
+        QTest::newRow("save: application directory, cancelled") << true << false << false;
+        QTest::newRow("open: application directory, file chosen") << false << false << true;
+        QTest::newRow("open: remembered directory, cancelled") << false << true << false;
     }
-    void saveDialog()
+    void fileDialogs()
     {
+        QFETCH(bool, save);
         QFETCH(bool, remembered);
-        QFETCH(int, format);
         QFETCH(bool, choose);
         const QString last = m_dir.filePath(QStringLiteral("last"));
         QDir(m_dir.path()).mkpath(QStringLiteral("last"));
         if (remembered)
             QSettings().setValue(QStringLiteral("default_dir"), last);
-        QDir(m_dir.path()).mkpath(QStringLiteral("chosen"));
-        const QString target = m_dir.filePath(QStringLiteral("chosen/program.txt"));
+        QFile::remove(m_dir.filePath(QStringLiteral("chosen.txt")));
+        const QString target = save ? m_dir.filePath(QStringLiteral("chosen.txt"))
+                                    : file(csvtest::utf16le("SEG\tSP1\nSEG1\t100.0\n"));
 
         QWidget parent;
         KCSVSaver saver(&parent);
+        KCSVLoader loader(&parent);
         QVERIFY(saver.parent() == nullptr);
-        saver.setFileFormat(KCSVInterface::FileFormat(format));
+        KCSVInterface& csv = save ? static_cast<KCSVInterface&>(saver) : loader;
+        csv.setFileFormat(choose ? KCSVInterface::TxtFormat : KCSVInterface::CsvFormat);
         QString directory;
         QStringList filters;
         ModalAnswer answer([&](QWidget* w) {
@@ -158,59 +164,24 @@ private slots:
             else
                 dialog->reject();
         });
-        QCOMPARE(saver.saveFile(m_table), choose);
+        QCOMPARE(save ? saver.saveFile(m_table) : loader.openFile(), choose);
         QVERIFY(answer.answered);
         QCOMPARE(answer.count, 1);
-        QCOMPARE(answer.title, QStringLiteral("Export File"));
+        QCOMPARE(answer.title,
+                 save ? QStringLiteral("Export File") : QStringLiteral("Import File"));
         QCOMPARE(answer.parentWidget, &parent);
         QCOMPARE(directory, remembered ? last : QCoreApplication::applicationDirPath());
-        QCOMPARE(filters, QStringList{saver.fileFilter()});
-        QVERIFY(saver.errorMessageList().isEmpty());
-        if (choose) {
+        QCOMPARE(filters, QStringList{csv.fileFilter()});
+        QVERIFY(saver.errorMessageList().isEmpty() && loader.errorMessageList().isEmpty());
+        QCOMPARE(csvtest::defaultDir().toString(), choose       ? m_dir.path()
+                                                   : remembered ? last
+                                                                : QString());
+        if (!save)
+            QCOMPARE(loader.status(), choose ? KCSVLoader::Loaded : KCSVLoader::OpenFailed);
+        if (choose && save)
             QCOMPARE(csvtest::readFile(target), csvtest::utf16le("SEG\tSP1\nSEG1\t100.0\n"));
-            QCOMPARE(csvtest::defaultDir().toString(), m_dir.filePath(QStringLiteral("chosen")));
-        } else {
-            QVERIFY(!csvtest::defaultDir().isValid());
-        }
-    }
-
-    void openDialog_data()
-    {
-        QTest::addColumn<bool>("choose"); // otherwise cancel the dialog
-        QTest::newRow("file chosen") << true;
-        QTest::newRow("cancelled, then reported") << false;
-    }
-    void openDialog()
-    {
-        QFETCH(bool, choose);
-        const QString path = file(csvtest::utf16le("SEG\tSP1\nSEG1\t100.0\n"));
-        QWidget parent;
-        KCSVLoader loader(&parent);
-        {
-            ModalAnswer answer([&](QWidget* w) {
-                if (choose)
-                    chooseFile(w, path);
-                else
-                    w->close();
-            });
-            QCOMPARE(loader.openFile(), choose);
-            QVERIFY(answer.answered);
-            QCOMPARE(answer.title, QStringLiteral("Import File"));
-            QCOMPARE(answer.parentWidget, &parent);
-        }
-        QVERIFY(loader.errorMessageList().isEmpty());
-        if (choose) {
+        if (choose && !save)
             QCOMPARE(loader.fileContent(), m_table);
-            QCOMPARE(csvtest::defaultDir().toString(), m_dir.path());
-            return;
-        }
-        QCOMPARE(loader.status(), KCSVLoader::OpenFailed);
-        ModalAnswer report;
-        QVERIFY(loader.fileContent().isEmpty());
-        QCOMPARE(report.title, QStringLiteral("File cannot be opened."));
-        QCOMPARE(report.text, QStringLiteral("Please select the right file."));
-        QCOMPARE(report.parentWidget, &parent);
-        QVERIFY(loader.errorMessageList().isEmpty());
     }
 
     // Message boxes take the place of the error list: only the format-error
@@ -224,6 +195,8 @@ private slots:
                                                     << "File cannot be opened.";
         QTest::newRow("format errors") << 1 << "File Format Error."
                                        << "1. Format error at line 4";
+        QTest::newRow("file not opened, on taking the rows") << 3 << "File cannot be opened."
+                                                             << "Please select the right file.";
         QTest::newRow("warnings on taking the rows")
             << 2 << "Warning: Incorrect File Format"
             << "Line 2 is 1 columns short of header.\nLine 3 is 1 columns more of header.\n...";
@@ -239,9 +212,12 @@ private slots:
             QVERIFY(!saver.saveFile(m_table, m_dir.filePath(QStringLiteral("missing/x.txt"))));
         } else if (step == 1) {
             QVERIFY(!loader.openFile(file(csvtest::utf16le("h1\th2\n1\n\"open\n"))));
-        } else {
+        } else if (step == 2) {
             QVERIFY(loader.openFile(file(csvtest::utf16le("a\tb\n1\n1\t2\t3\n4\n"))));
             QCOMPARE(loader.fileContent().size(), 4);
+        } else {
+            QVERIFY(!loader.openFile(m_dir.filePath(QStringLiteral("missing.txt"))));
+            QVERIFY(loader.fileContent().isEmpty());
         }
         QVERIFY(answer.answered);
         QCOMPARE(answer.count, 1);

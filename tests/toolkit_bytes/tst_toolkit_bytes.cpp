@@ -1,5 +1,6 @@
 #include <QtTest>
 
+#include "common/packing.h"
 #include "common/tools.h"
 
 namespace
@@ -8,6 +9,11 @@ namespace
 QByteArray hex(const char* text)
 {
     return QByteArray::fromHex(text);
+}
+
+QByteArray bufferBytes(const unsigned char* buf, int n)
+{
+    return QByteArray(reinterpret_cast<const char*>(buf), n);
 }
 
 // The top bit of a width is set, cleared and read; a bit number equal to the
@@ -27,6 +33,7 @@ template <typename T> void checkSingleValueBits()
 
 } // namespace
 
+// Byte, bit and byte-order conversions, and format-string packing.
 class TestToolkitBytes : public QObject
 {
     Q_OBJECT
@@ -236,6 +243,122 @@ private slots:
     {
         QFETCH(QByteArray, bytes);
         QTEST(dumpByteArray(bytes), "text");
+    }
+
+    void packSingleFields_data()
+    {
+        QTest::addColumn<QByteArray>("format");
+        QTest::addColumn<int>("value");
+        QTest::addColumn<QByteArray>("bytes");
+        // Only the low bytes of the value are used.
+        for (const char* format : {"C", "c"})
+            QTest::newRow(format) << QByteArray(format) << 0x1241 << hex("41");
+        for (const char* format : {"S", "s", "v"})
+            QTest::newRow(format) << QByteArray(format) << 0x10201 << hex("0102");
+        QTest::newRow("n big-endian") << QByteArray("n") << 0x1234 << hex("1234");
+        for (const char* format : {"I", "L", "V", "i", "l"})
+            QTest::newRow(format) << QByteArray(format) << -2 << hex("feffffff");
+        QTest::newRow("N big-endian") << QByteArray("N") << 0x01020304 << hex("01020304");
+    }
+    void packSingleFields()
+    {
+        QFETCH(QByteArray, format);
+        QFETCH(int, value);
+        QFETCH(QByteArray, bytes);
+        unsigned char buf[8];
+        std::fill(std::begin(buf), std::end(buf), 0xEE);
+        QCOMPARE(DataPack(buf, format.constData(), value), bytes.size());
+        // Nothing is written past the field.
+        QCOMPARE(bufferBytes(buf, bytes.size() + 1), bytes + '\xEE');
+        QCOMPARE(ByteArrayPack(format.constData(), value), bytes);
+
+        // Unpacking reads the field back into a variable of its width.
+        const auto* p = reinterpret_cast<const unsigned char*>(bytes.constData());
+        unsigned char c = 0;
+        unsigned short w = 0;
+        unsigned int l = 0;
+        const int width = bytes.size();
+        QCOMPARE(width == 1   ? DataUnpack(p, format.constData(), &c)
+                 : width == 2 ? DataUnpack(p, format.constData(), &w)
+                              : DataUnpack(p, format.constData(), &l),
+                 width);
+        QCOMPARE(c + w + l, uint(value) & (0xFFFFFFFFu >> (32 - 8 * width)));
+    }
+
+    void packArraysAndSkips()
+    {
+        unsigned char buf[16] = {};
+        QCOMPARE(DataPack(buf, "nN", 0x1234, 0x01020304), 6);
+        QCOMPARE(bufferBytes(buf, 6), hex("123401020304"));
+        QCOMPARE(ByteArrayPack("Cv", 0x41, 0x0201), hex("410102"));
+
+        const unsigned int longs[] = {0x01020304, 0x05060708};
+        QCOMPARE(ByteArrayPack("2N", longs), hex("0102030405060708"));
+        QCOMPARE(ByteArrayPack("2V", longs), hex("0403020108070605"));
+        const unsigned short words[] = {0x0102, 0x0304, 0x0506};
+        QCOMPARE(ByteArrayPack("3n", words) + ByteArrayPack("3v", words),
+                 hex("010203040506 020104030605"));
+        const unsigned char text[] = "ABCDEFGHIJKL";
+        QCOMPARE(ByteArrayPack("12C", text), QByteArray("ABCDEFGHIJKL"));
+        QCOMPARE(DataPack(buf, "C2cn", 0x02, text, 0xBEEF), 5);
+        QCOMPARE(bufferBytes(buf, 5), hex("024142beef"));
+
+        std::fill(std::begin(buf), std::end(buf), 0xEE);
+        QCOMPARE(DataPack(buf, "3x"), 3);
+        QCOMPARE(bufferBytes(buf, 4), hex("000000ee"));
+        std::fill(std::begin(buf), std::end(buf), 0xEE);
+        QCOMPARE(DataPack(buf, "CXC2XC", 1, 2, 3), 6);
+        QCOMPARE(bufferBytes(buf, 6), hex("01ee02eeee03"));
+        QCOMPARE(DataPack(buf, "0x0X"), 0);
+        QCOMPARE(ByteArrayPack("CxC", 1, 2), hex("010002"));
+        QCOMPARE(ByteArrayPack("CXC", 1, 2).size(), 3);
+        QCOMPARE(ByteArrayPack(""), QByteArray());
+        // Counted skips are for buffers only.
+        QVERIFY(ByteArrayPack("C2x", 1).isEmpty() && ByteArrayPack("C2X", 1).isEmpty());
+    }
+
+    // A character outside the table stops DataPack with 0, a bad count with
+    // -1; what it packed before stays in the buffer.
+    void formatErrors_data()
+    {
+        QTest::addColumn<QByteArray>("format");
+        QTest::addColumn<int>("packResult");
+        QTest::newRow("blank between fields") << QByteArray("C C") << 0;
+        QTest::newRow("unknown letter") << QByteArray("Cq") << 0;
+        QTest::newRow("count before S") << QByteArray("2S") << -1;
+        QTest::newRow("count at the end") << QByteArray("C3") << -1;
+        QTest::newRow("zero count before N") << QByteArray("0N") << -1;
+        QTest::newRow("count beyond the limit") << QByteArray("99999999999C") << -1;
+    }
+    void formatErrors()
+    {
+        QFETCH(QByteArray, format);
+        QFETCH(int, packResult);
+        unsigned char buf[8] = {};
+        unsigned char sink[8] = {};
+        QCOMPARE(DataPack(buf, format.constData(), 0x7A, sink, 3), packResult);
+        QCOMPARE(buf[0], (unsigned char)(format.startsWith('C') ? 0x7A : 0));
+        QVERIFY(ByteArrayPack(format.constData(), 1, sink, 3).isEmpty());
+        unsigned char c = 0;
+        QCOMPARE(DataUnpack(buf, format.constData(), &c, sink, &c), -1);
+    }
+
+    void unpackArraysAndSkips()
+    {
+        const QByteArray wire = hex("aabb0102030405060708090a0b0c");
+        const auto* p = reinterpret_cast<const unsigned char*>(wire.constData());
+        unsigned short words[2] = {};
+        unsigned int longs[2] = {};
+        unsigned char chars[2] = {};
+        QCOMPARE(DataUnpack(p, "2X2n1N2C", words, longs, chars), 12);
+        QCOMPARE(words[1], (unsigned short)0x0304);
+        QCOMPARE(longs[0], 0x05060708u);
+        QCOMPARE(chars[1], (unsigned char)0x0a);
+        QCOMPARE(DataUnpack(p, "2x2v2V", words, longs), 14);
+        QCOMPARE(words[0], (unsigned short)0x0201);
+        QCOMPARE(longs[1], 0x0c0b0a09u);
+        QCOMPARE(DataUnpack(p, "0xxX0XC", chars), 3);
+        QCOMPARE(chars[0], (unsigned char)0x01);
     }
 };
 

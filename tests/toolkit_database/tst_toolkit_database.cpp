@@ -1,6 +1,7 @@
 #include <QtSql>
 #include <QtTest>
 
+#include "common/deviceaddress.h"
 #include "common/projectdatabase.h"
 
 namespace
@@ -11,12 +12,92 @@ using Pairs = QList<QPair<int, int>>; // link id, station id
 
 } // namespace
 
-// Lookups against a real SQLite project database, registered under a
-// connection name the way the runtime registers it.
+// Device address and port parsing, and lookups by port against a real SQLite
+// project database, registered under a connection name the way the runtime
+// registers it.
 class TestProjectDatabase : public QObject
 {
     Q_OBJECT
 private slots:
+    void prefixSymbol_data()
+    {
+        QTest::addColumn<QString>("address");
+        QTest::addColumn<QByteArray>("prefix");
+        QTest::newRow("D100") << "D100" << QByteArray("D");
+        QTest::newRow("TN_5") << "TN_5" << QByteArray("TN_");
+        QTest::newRow("100") << "100" << QByteArray();
+        QTest::newRow("_X.1") << "_X.1" << QByteArray("_X");
+    }
+    void prefixSymbol()
+    {
+        QFETCH(QString, address);
+        QTEST(ExtractPrefixSymbol(address), "prefix");
+        QTEST(ExtractPrefixSymbol(address.toLatin1()), "prefix");
+    }
+
+    void deviceAddress_data()
+    {
+        QTest::addColumn<QString>("address");
+        QTest::addColumn<int>("base");
+        QTest::addColumn<int>("value");
+        QTest::newRow("D100 decimal") << "D100" << 10 << 100;
+        QTest::newRow("X17 octal") << "X17" << 8 << 15;
+        QTest::newRow("D100 hex takes the prefix") << "D100" << 16 << 0xD100;
+        QTest::newRow("W1f hex") << "W1f" << 16 << 0x1F;
+        QTest::newRow("D10.5: trailing characters") << "D10.5" << 10 << 0;
+        QTest::newRow("no digits") << "RAM" << 10 << 0;
+        QTest::newRow("too large") << "D99999999999" << 10 << 0;
+        QTest::newRow("base 2") << "D100" << 2 << -1;
+    }
+    void deviceAddress()
+    {
+        QFETCH(QString, address);
+        QFETCH(int, base);
+        QTEST(ExtractPLCDeviceAddress(address, base), "value");
+        QTEST(ExtractPLCDeviceAddress(address.toLatin1(), base), "value");
+    }
+
+    void hexToUInt_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<int>("len");
+        QTest::addColumn<uint>("value");
+        QTest::newRow("0x1A") << QByteArray("0x1A") << 4 << 26u;
+        QTest::newRow("0X1a") << QByteArray("0X1a") << 4 << 26u;
+        QTest::newRow("1G") << QByteArray("1G") << 2 << 0u;
+        QTest::newRow("0x alone") << QByteArray("0x") << 2 << 0u;
+        QTest::newRow("leading zero") << QByteArray("0ff") << 3 << 255u;
+        QTest::newRow("length shorter than text") << QByteArray("1A2B") << 2 << 26u;
+        QTest::newRow("length longer than text") << QByteArray("1A") << 10 << 26u;
+        QTest::newRow("wraps at 32 bits") << QByteArray("123456789") << 9 << 0x23456789u;
+        QTest::newRow("negative length") << QByteArray("12") << -1 << 0u;
+    }
+    void hexToUInt()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(int, len);
+        QTEST(HexToUInt(text.constData(), len), "value");
+    }
+
+    void hmiPort_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<int>("port");
+        QTest::newRow("ethernet0") << "ethernet0" << 2000;
+        QTest::newRow("COM1") << "COM1" << 1002;
+        QTest::newRow("COM12") << "COM12" << 1013;
+        QTest::newRow("/dev/ttyS0") << "/dev/ttyS0" << 1001;
+        QTest::newRow("no trailing digits") << "COM" << -1;
+        QTest::newRow("digits only") << "12" << -1;
+        QTest::newRow("empty") << "" << -1;
+        QTest::newRow("number too large") << "COM99999999999" << -1;
+    }
+    void hmiPort()
+    {
+        QFETCH(QString, name);
+        QTEST(DevStrToHmiPort(name), "port");
+    }
+
     void initTestCase()
     {
         QVERIFY(dir.isValid());
