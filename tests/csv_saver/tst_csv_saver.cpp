@@ -69,46 +69,42 @@ private slots:
         QTEST(kcsv::quoteCell(cell, delimiter), "written");
     }
 
+    // The file is truncated first; an empty table writes nothing, not even the
+    // byte-order mark.
     void fileBytes_data()
     {
         QTest::addColumn<Table>("table");
         QTest::addColumn<QString>("delimiter");
-        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("mark");
+        QTest::addColumn<QByteArray>("bytes");
         const QString cjk(QChar(0x65E5)), caron(QChar(0x010D)), big(70000, QLatin1Char('a'));
-        QTest::newRow("ragged and empty rows, blank cells")
-            << Table{{"a", "", "c"}, {}, {"1"}, {"", "2", "3", "4"}} << "\t"
-            << "a\t\tc\n1\n\t2\t3\t4\n";
-        QTest::newRow("quoted cell spans two lines, non-Latin text")
-            << Table{{"h1", "h2"}, {cjk + "\n" + caron, "c"}} << "\t"
-            << "h1\th2\n\"" + cjk + "\n" + caron + "\"\tc\n";
-        QTest::newRow("comma delimiter") << Table{{"a,b", "c\td"}, {"1", "2"}} << ","
-                                         << "\"a,b\",c\td\n1,2\n";
-        QTest::newRow("beyond one write chunk")
-            << Table{{big, "b"}, {"c"}} << "\t" << big + "\tb\nc\n";
+        auto row = [](const char* name, const Table& table, const char* delimiter,
+                      const QString& text, bool mark = true) {
+            QTest::newRow(name) << table << QString(delimiter) << mark
+                                << csvtest::utf16le(text, mark);
+        };
+        row("ragged and empty rows, blank cells", {{"a", "", "c"}, {}, {"1"}, {"", "2", "3", "4"}},
+            "\t", "a\t\tc\n1\n\t2\t3\t4\n");
+        row("quoted cell spans two lines, non-Latin text",
+            {{"h1", "h2"}, {cjk + "\n" + caron, "c"}}, "\t",
+            "h1\th2\n\"" + cjk + "\n" + caron + "\"\tc\n");
+        row("comma delimiter", {{"a,b", "c\td"}, {"1", "2"}}, ",", "\"a,b\",c\td\n1,2\n");
+        row("beyond one write chunk", {{big, "b"}, {"c"}}, "\t", big + "\tb\nc\n");
+        row("without the mark", {{"A", "B"}}, "\t", "A\tB\n", false);
+        QTest::newRow("empty table") << Table() << "\t" << true << QByteArray();
     }
     void fileBytes()
     {
         QFETCH(Table, table);
         QFETCH(QString, delimiter);
-        QFETCH(QString, text);
-        const QString path = m_dir.filePath(QStringLiteral("bytes.txt"));
-        KCSVSaver saver(nullptr);
-        saver.setDelimiter(delimiter);
-        QVERIFY(saver.saveFile(table, path));
-        QVERIFY(saver.errorMessageList().isEmpty());
-        QCOMPARE(csvtest::readFile(path), csvtest::utf16le(text));
-    }
-
-    void emptyTableAndNoMark()
-    {
+        QFETCH(bool, mark);
         const QString path = csvtest::writeFile(m_dir, QStringLiteral("old.txt"), "old content");
         KCSVSaver saver(nullptr);
-        QVERIFY(saver.saveFile(Table(), path));
-        // Nothing was written, so not even the byte-order mark.
-        QCOMPARE(csvtest::readFile(path), QByteArray());
-        saver.setGenerateByteOrderMark(false);
-        QVERIFY(saver.saveFile(Table{{"A", "B"}}, path));
-        QCOMPARE(csvtest::readFile(path), csvtest::utf16le(QStringLiteral("A\tB\n"), false));
+        saver.setDelimiter(delimiter);
+        saver.setGenerateByteOrderMark(mark);
+        QVERIFY(saver.saveFile(table, path));
+        QVERIFY(saver.errorMessageList().isEmpty());
+        QTEST(csvtest::readFile(path), "bytes");
     }
 
     void workerMessages_data()
