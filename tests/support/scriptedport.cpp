@@ -1,6 +1,6 @@
 #include "tests/support/scriptedport.h"
 
-#include <QMutexLocker>
+#include <QRegularExpression>
 
 #include <cstring>
 
@@ -14,9 +14,7 @@ QByteArray commandOf(const QByteArray& frame)
 {
     const int start = frame.indexOf(STX);
     const int end = frame.indexOf(ETX, start + 1);
-    if (start < 0 || end < 0)
-        return frame;
-    return frame.mid(start + 1, end - start - 1);
+    return start < 0 || end < 0 ? frame : frame.mid(start + 1, end - start - 1);
 }
 } // namespace
 
@@ -25,46 +23,15 @@ QByteArray ScriptedPort::framed(const QByteArray& text)
     return STX + text + ETX + "\r\n";
 }
 
-void ScriptedPort::addAnswer(const QByteArray& key, const Answer& answer, int times)
-{
-    QMutexLocker lock(&mutex);
-    rules.append(Rule{key, answer, times});
-}
-
-void ScriptedPort::setDefaultAnswer(const Answer& answer)
-{
-    QMutexLocker lock(&mutex);
-    defaultAnswer = answer;
-}
-
-void ScriptedPort::setRetryCount(int count)
-{
-    QMutexLocker lock(&mutex);
-    retries = count;
-}
-
-void ScriptedPort::setResponder(Responder r)
-{
-    QMutexLocker lock(&mutex);
-    responder = std::move(r);
-}
-
-void ScriptedPort::setReadChunk(int bytes)
-{
-    QMutexLocker lock(&mutex);
-    readChunk = qMax(0, bytes);
-}
-
 void ScriptedPort::reset()
 {
     QMutexLocker lock(&mutex);
     rules.clear();
     defaultAnswer = Answer();
     responder = nullptr;
-    readChunk = 0;
+    readChunk = pendingEmptyReads = 0;
     log.clear();
     pendingInput.clear();
-    pendingEmptyReads = 0;
 }
 
 QStringList ScriptedPort::trace() const
@@ -73,13 +40,17 @@ QStringList ScriptedPort::trace() const
     return log;
 }
 
+QStringList ScriptedPort::traced(const QString& prefix) const
+{
+    const QRegularExpression start(QLatin1Char('^') + prefix);
+    return trace().filter(start).replaceInStrings(start, QString());
+}
+
 QList<QByteArray> ScriptedPort::sentFrames() const
 {
     QList<QByteArray> frames;
-    for (const QString& entry : trace()) {
-        if (entry.startsWith(QLatin1String("write ")))
-            frames << QByteArray::fromHex(entry.mid(6).toLatin1());
-    }
+    for (const QString& hex : traced(QStringLiteral("write ")))
+        frames << QByteArray::fromHex(hex.toLatin1());
     return frames;
 }
 
@@ -94,10 +65,8 @@ QList<QByteArray> ScriptedPort::sentCommands() const
 QList<int> ScriptedPort::readLimits() const
 {
     QList<int> limits;
-    for (const QString& entry : trace()) {
-        if (entry.startsWith(QLatin1String("read ")))
-            limits << entry.mid(5).toInt();
-    }
+    for (const QString& limit : traced(QStringLiteral("read ")))
+        limits << limit.toInt();
     return limits;
 }
 
@@ -111,16 +80,11 @@ int ScriptedPort::readBytes(char* buffer, int maxLength)
     }
     if (!buffer || maxLength <= 0)
         return 0;
-    const QByteArray data =
-        pendingInput.left(readChunk > 0 ? qMin(maxLength, readChunk) : maxLength);
+    const int chunk = readChunk;
+    const QByteArray data = pendingInput.left(chunk > 0 ? qMin(maxLength, chunk) : maxLength);
     pendingInput.remove(0, data.size());
     std::memcpy(buffer, data.constData(), size_t(data.size()));
     return data.size();
-}
-
-QString ScriptedPort::portName() const
-{
-    return QStringLiteral("scripted");
 }
 
 int ScriptedPort::writeBytes(const char* data, int length)
@@ -129,8 +93,19 @@ int ScriptedPort::writeBytes(const char* data, int length)
     const QByteArray frame = (data && length > 0) ? QByteArray(data, length) : QByteArray();
     log << QStringLiteral("write ") + QString::fromLatin1(frame.toHex());
 
+    const QByteArray command = commandOf(frame);
     Answer answer = defaultAnswer;
-    if (!ruleAnswer(commandOf(frame), &answer) && responder) {
+    bool ruled = false;
+    for (int i = 0; i < rules.size() && !ruled; ++i) {
+        Rule& rule = rules[i];
+        ruled = rule.key.isEmpty() || command == rule.key || command.startsWith(rule.key + ',');
+        if (!ruled)
+            continue;
+        answer = rule.answer;
+        if (rule.remaining != Forever && --rule.remaining <= 0)
+            rules.removeAt(i);
+    }
+    if (!ruled && responder) {
         const Responder respond = responder;
         lock.unlock();
         answer = respond(frame);
@@ -152,27 +127,4 @@ bool ScriptedPort::setOption(int code, const QVariant& value)
         pendingEmptyReads = 0;
     }
     return true;
-}
-
-int ScriptedPort::retryCount()
-{
-    QMutexLocker lock(&mutex);
-    return retries;
-}
-
-// Called with the mutex held.
-bool ScriptedPort::ruleAnswer(const QByteArray& command, Answer* answer)
-{
-    for (int i = 0; i < rules.size(); ++i) {
-        Rule& rule = rules[i];
-        const bool matches =
-            rule.key.isEmpty() || command == rule.key || command.startsWith(rule.key + ',');
-        if (!matches)
-            continue;
-        *answer = rule.answer;
-        if (rule.remaining != Forever && --rule.remaining <= 0)
-            rules.removeAt(i);
-        return true;
-    }
-    return false;
 }

@@ -2,11 +2,10 @@
 #define TESTS_WORKFLOWRIG_H
 
 // What a FileAccessor transfer test needs around the worker: two media in a
-// temporary directory published through the runtime's device object, the
-// message centre, a scripted port, shortened waits and a log of the worker's
-// signals; plus builders for segment records, controller replies and program
-// files. Header-only; the suite links dcp30core, dcphostruntime and
-// dcptestsupport.
+// temporary directory behind the runtime's device object, the message centre,
+// a scripted port, shortened waits and a log of the worker's signals; plus
+// builders for segment records, replies and program files. Header-only; the
+// suite links dcp30core, dcphostruntime and dcptestsupport.
 
 #include "driver/fileaccessor.h"
 #include "host/runtime/deviceobject.h"
@@ -16,11 +15,11 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QTextCodec>
 
-#include <algorithm>
 #include <functional>
 #include <future>
 #include <memory>
@@ -30,16 +29,16 @@
 namespace WorkflowData
 {
 
-// Segment s of the programs in the transfer tests: SP1 10 * s, TIME 30 * s
-// minutes, every event and time event unset, PID1 1, G.S and G.S.TO unset;
-// segment 1 adds P.STA 0, CYCL 1, P.LIN 0 and the tag "TEST    ".
+// Segment s of the test programs: SP1 10 * s, TIME 30 * s minutes, events and
+// time events unset, PID1 1, G.S and G.S.TO unset; segment 1 adds P.STA 0,
+// CYCL 1, P.LIN 0 and the tag "TEST    ".
 inline QByteArray sampleRecord(int segment)
 {
     auto word = [](int value) { return QByteArray::number(value, 16).rightJustified(4, '0'); };
     QByteArray out = word(10 * segment) + word(30 * segment) + "0000" +
                      QByteArray("7FFF").repeated(16) + "000100007FFF7FFF";
     if (segment == 1)
-        out += "000000010000" + QByteArray("TEST    ").toHex().toUpper();
+        out += "000000010000" + QByteArray("TEST    ").toHex();
     return out.toUpper();
 }
 
@@ -49,31 +48,15 @@ inline QStringList sampleRow(int segment)
     const int minutes = 30 * segment;
     QStringList cells{QStringLiteral("SEG%1").arg(segment), QString::number(10 * segment),
                       QString::asprintf("%02d:%02d", minutes / 60, minutes % 60)};
-    for (int i = 0; i < 16; ++i)
-        cells << QStringLiteral("----");
     const QString tail = segment == 1 ? QStringLiteral("1|----|----|0|1|0|TEST    ")
                                       : QStringLiteral("1|----|----|----|----|----|----");
-    return cells + tail.split(QLatin1Char('|'));
+    return cells + QString("----|").repeated(16).append(tail).split(QLatin1Char('|'));
 }
 
 // The row a read keeps for a segment the controller refused.
 inline QStringList placeholderRow(int segment)
 {
     return QStringLiteral("SEG%1").arg(segment).append(QString("|----").repeated(25)).split('|');
-}
-
-// Progress events as WorkflowRig::events() names them: kind "read" or "write".
-inline QStringList progressEvents(const char* kind, std::initializer_list<int> values)
-{
-    QStringList out;
-    for (int v : values)
-        out << QStringLiteral("%1 %2").arg(QLatin1String(kind)).arg(v);
-    return out;
-}
-
-inline int countOf(const QList<QByteArray>& commands, const QByteArray& command)
-{
-    return int(std::count(commands.cbegin(), commands.cend(), command));
 }
 
 inline QStringList header()
@@ -109,7 +92,6 @@ inline QByteArray programFile(const QList<QStringList>& rows)
            QTextCodec::codecForName("UTF-16LE")->fromUnicode(text.constData(), text.size(), &state);
 }
 
-// The bytes of a file, or "<missing>".
 inline QByteArray fileBytes(const QString& path)
 {
     QFile file(path);
@@ -136,8 +118,6 @@ public:
     // The worker reads the wait setting once, when it is made.
     explicit WorkflowRig(int waitPercent = 1)
     {
-        usb = media.filePath(QStringLiteral("usb"));
-        sd = media.filePath(QStringLiteral("sd"));
         QDir().mkpath(usb);
         QDir().mkpath(sd);
         device.setMountDirectory(DeviceObject::UsbStick, usb);
@@ -181,39 +161,26 @@ public:
         std::lock_guard<std::mutex> lock(mutex);
         return log;
     }
-    // The events whose text starts with prefix.
-    QStringList events(const QString& prefix) const
-    {
-        QStringList out;
-        for (const QString& e : events()) {
-            if (e.startsWith(prefix))
-                out << e;
-        }
-        return out;
-    }
 
     QString usbFile(const QString& name) const { return usb + QLatin1Char('/') + name; }
     QString sdFile(const QString& name) const { return sd + QLatin1Char('/') + name; }
     // Files on both media, as "usb/NAME" and "sd/NAME".
     QStringList files() const
     {
-        QStringList out;
-        for (const QString& name : QDir(usb).entryList(QDir::Files))
-            out << QStringLiteral("usb/") + name;
-        for (const QString& name : QDir(sd).entryList(QDir::Files))
-            out << QStringLiteral("sd/") + name;
-        return out;
+        const QRegularExpression start("^");
+        return QDir(usb).entryList(QDir::Files).replaceInStrings(start, "usb/") +
+               QDir(sd).entryList(QDir::Files).replaceInStrings(start, "sd/");
     }
+
     // Runs job in a thread of its own, as the driver runs a transfer. The
-    // first command that no port rule answers holds the worker right after it
-    // was sent until this thread has asked for the abort, as the driver's
+    // first command no port rule answers holds the worker, right after it was
+    // sent, until this thread has asked for the abort, as the driver's
     // take-down does; it is then answered with answer. Returns once the job
     // has ended.
     void abortAtUnscriptedCommand(const std::function<void()>& job,
                                   const ScriptedPort::Answer& answer)
     {
-        std::promise<void> reached;
-        std::promise<void> aborted;
+        std::promise<void> reached, aborted;
         std::shared_future<void> abortDone = aborted.get_future().share();
         port.setResponder([&reached, abortDone, answer](const QByteArray&) {
             reached.set_value();
@@ -249,7 +216,8 @@ private:
     }
 
     QTemporaryDir media{QDir::tempPath() + QStringLiteral("/dcp30-transfer-XXXXXX")};
-    QString usb, sd;
+    const QString usb = media.filePath(QStringLiteral("usb"));
+    const QString sd = media.filePath(QStringLiteral("sd"));
     std::unique_ptr<FileAccessor> accessor;
     mutable std::mutex mutex;
     QStringList log;
