@@ -7,6 +7,9 @@
 
 #include <QtTest>
 
+#include <future>
+#include <thread>
+
 using namespace WorkflowData;
 using Answer = ScriptedPort::Answer;
 
@@ -159,18 +162,27 @@ private slots:
         QVERIFY(!QFile::exists(rig.usbFile("READ_PROG_4_ERROR.txt")));
     }
 
-    // At the real pace: the driver's take-down asks the worker, from another
-    // thread, to stop while it waits for the reply to segment 3. Nothing more
-    // goes on the line, nothing is saved or logged, and the read reports its
-    // end.
+    // At the real pace, the read running in a thread of its own as the
+    // driver runs it: the driver's take-down asks the worker to stop right
+    // after segment 3 was asked for. Nothing more goes on the line, nothing
+    // is saved or logged, and the read reports its end.
     void abortEndsTransfer()
     {
         WorkflowRig rig(100);
         rig.port.setRetryCount(3);
-        FileAccessor& worker = rig.worker();
         scriptProgram(rig.port, 1, 2); // segment 3 has no rule
-        rig.abortAtUnscriptedCommand([&worker] { worker.readProgramFileProcess(1, 30, 0); },
-                                     Answer::withReply(readReply(1, 3, sampleRecord(3))));
+        std::promise<void> reached, aborted;
+        std::shared_future<void> abortDone = aborted.get_future().share();
+        rig.port.setResponder([&reached, abortDone](const QByteArray&) {
+            reached.set_value();
+            abortDone.wait(); // the reply comes once the abort was asked for
+            return Answer::withReply(readReply(1, 3, sampleRecord(3)));
+        });
+        std::thread transfer([&rig] { rig.worker().readProgramFileProcess(1, 30, 0); });
+        reached.get_future().wait();
+        rig.worker().requestAbort();
+        aborted.set_value();
+        transfer.join();
         QCOMPARE(rig.port.sentCommands(),
                  (QList<QByteArray>{"0100XFO,1,R,0", "0100XFR,1,1", "0100XFR,1,2", "0100XFR,1,3"}));
         QCOMPARE(rig.port.readLimits(), (QList<int>{16, 200, 200})); // the wait was cut short

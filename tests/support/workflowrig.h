@@ -20,11 +20,8 @@
 #include <QTemporaryDir>
 #include <QTextCodec>
 
-#include <functional>
-#include <future>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 namespace WorkflowData
 {
@@ -170,29 +167,6 @@ public:
         const QRegularExpression start("^");
         return QDir(usb).entryList(QDir::Files).replaceInStrings(start, "usb/") +
                QDir(sd).entryList(QDir::Files).replaceInStrings(start, "sd/");
-    }
-
-    // Runs job in a thread of its own, as the driver runs a transfer. The
-    // first command no port rule answers holds the worker, right after it was
-    // sent, until this thread has asked for the abort, as the driver's
-    // take-down does; it is then answered with answer. Returns once the job
-    // has ended.
-    void abortAtUnscriptedCommand(const std::function<void()>& job,
-                                  const ScriptedPort::Answer& answer)
-    {
-        std::promise<void> reached, aborted;
-        std::shared_future<void> abortDone = aborted.get_future().share();
-        port.setResponder([&reached, abortDone, answer](const QByteArray&) {
-            reached.set_value();
-            abortDone.wait();
-            return answer;
-        });
-        std::thread transfer(job);
-        reached.get_future().wait();
-        accessor->requestAbort();
-        aborted.set_value();
-        transfer.join();
-        port.setResponder(nullptr);
     }
 
     ScriptedPort port;
