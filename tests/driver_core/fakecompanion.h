@@ -17,14 +17,6 @@ struct FakeCompanionState {
     QMap<QString, QByteArray> readAnswers; // by address; absent: empty answer
     bool writeResult = true;
     int alive = 0; // drivers made and not yet deleted
-
-    void reset()
-    {
-        calls.clear();
-        lastDevice = nullptr;
-        readAnswers.clear();
-        writeResult = true;
-    }
 };
 
 extern "C" typedef FakeCompanionState* (*FakeCompanionStateFunction)();
