@@ -11,6 +11,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include <memory>
+
 class FileAccessorTest : public QObject
 {
     Q_OBJECT
@@ -33,7 +35,7 @@ class FileAccessorTest : public QObject
         return result;
     }
 
-    QTemporaryDir media{QDir::tempPath() + "/dcp30-media-XXXXXX"};
+    std::unique_ptr<QTemporaryDir> media;
     DeviceObject device;
     MessageCentre centre;
     QString usb, sd;
@@ -41,13 +43,9 @@ class FileAccessorTest : public QObject
 private slots:
     void init()
     {
-        // Every test starts with empty media.
-        QVERIFY(media.isValid());
-        for (const QString& entry :
-             QDir(media.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot))
-            QVERIFY(QDir(media.filePath(entry)).removeRecursively());
-        usb = media.filePath("usb");
-        sd = media.filePath("sd");
+        media = std::make_unique<QTemporaryDir>(); // every test starts with empty media
+        usb = media->filePath("usb");
+        sd = media->filePath("sd");
         QVERIFY(QDir().mkpath(usb) && QDir().mkpath(sd));
         device.setMountDirectory(DeviceObject::UsbStick, usb);
         device.setMountDirectory(DeviceObject::SdCard, sd);
@@ -78,7 +76,7 @@ private slots:
         QFETCH(int, storageType);
         QFETCH(int, programID);
         QFETCH(QString, medium);
-        const QString mount = media.filePath(medium);
+        const QString mount = media->filePath(medium);
         QVERIFY(QDir().mkpath(mount));
         device.setMountDirectory(6, mount);
         FileAccessor worker;
