@@ -10,8 +10,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-
 namespace E2e
 {
 
@@ -23,32 +21,15 @@ QString buildDirectory()
     return qEnvironmentVariable("DCP_BUILD_DIR");
 }
 
-QProcessEnvironment toolEnvironment(int waitPercent)
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    const QString runtime = buildDirectory() + QStringLiteral("/test-home/runtime");
-    QDir().mkpath(runtime);
-    QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
-    if (waitPercent > 0)
-        env.insert(QStringLiteral("DCP30_WAIT_PERCENT"), QString::number(waitPercent));
-    else
-        env.remove(QStringLiteral("DCP30_WAIT_PERCENT"));
-    return env;
-}
-
-// The numeric entries of /proc: every process there is.
 QStringList processIds()
 {
-    QStringList ids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
-    ids.erase(std::remove_if(ids.begin(), ids.end(),
-                             [](const QString& entry) {
-                                 bool numeric = false;
-                                 entry.toLongLong(&numeric);
-                                 return !numeric;
-                             }),
-              ids.end());
+    QStringList ids;
+    for (const QString& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        bool numeric = false;
+        entry.toLongLong(&numeric);
+        if (numeric)
+            ids << entry;
+    }
     return ids;
 }
 
@@ -61,24 +42,17 @@ QString toolPath()
 
 Simulator::Simulator(const QStringList& arguments)
 {
-    process.setProgram(buildDirectory() + QStringLiteral("/bin/dcp30-sim"));
-    process.setArguments(arguments + QStringList{QStringLiteral("--exit-on-stdin-eof")});
-    process.start();
-    if (!process.waitForStarted(10000))
-        return;
+    process.start(buildDirectory() + QStringLiteral("/bin/dcp30-sim"),
+                  arguments + QStringList{QStringLiteral("--exit-on-stdin-eof")});
     QElapsedTimer clock;
     clock.start();
-    while (!process.canReadLine() && clock.elapsed() < 10000 && process.waitForReadyRead(1000)) {
+    while (process.waitForStarted(10000) && !process.canReadLine() && clock.elapsed() < 10000 &&
+           process.waitForReadyRead(1000)) {
     }
     const QString line = QString::fromLocal8Bit(process.readLine()).trimmed();
     const QString prefix = QStringLiteral("dcp30-sim: listening on ");
     if (line.startsWith(prefix))
         devicePath = line.mid(prefix.size());
-}
-
-Simulator::~Simulator()
-{
-    stop();
 }
 
 bool Simulator::stop()
@@ -104,14 +78,18 @@ QString ToolRun::describe() const
         .arg(out, err);
 }
 
-ToolRun runTool(const QStringList& arguments, int waitPercent, int timeoutMs)
-{
-    return RunningTool(arguments, waitPercent).finish(timeoutMs);
-}
-
 RunningTool::RunningTool(const QStringList& arguments, int waitPercent)
 {
-    process.setProcessEnvironment(toolEnvironment(waitPercent));
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    const QString runtime = buildDirectory() + QStringLiteral("/test-home/runtime");
+    QDir().mkpath(runtime);
+    QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    env.remove(QStringLiteral("DCP30_WAIT_PERCENT"));
+    if (waitPercent > 0)
+        env.insert(QStringLiteral("DCP30_WAIT_PERCENT"), QString::number(waitPercent));
+    process.setProcessEnvironment(env);
     process.start(toolPath(), arguments);
     process.waitForStarted(10000);
 }
@@ -168,13 +146,9 @@ QList<qint64> livingChildren()
     QList<qint64> children;
     const QByteArray self = QByteArray::number(::getpid());
     for (const QString& pid : processIds()) {
-        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
-        if (!stat.open(QIODevice::ReadOnly))
-            continue;
-        // "pid (comm) state ppid ...": comm may hold blanks, so count from
-        // the last parenthesis.
-        const QByteArray text = stat.readAll();
-        const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+        // "pid (comm) state ppid ...": comm may hold blanks and parentheses.
+        const QByteArray stat = readFile(QStringLiteral("/proc/%1/stat").arg(pid));
+        const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
         if (fields.size() > 1 && fields.at(1) == self)
             children << pid.toLongLong();
     }
@@ -193,35 +167,27 @@ bool ptyReleased(const QString& device)
     return true;
 }
 
-QByteArray expectedProgramFile(const ProgramStore& store, int program, const QList<int>& segments)
+QByteArray utf16File(const QString& text)
 {
-    QList<QStringList> rows{SegmentCodec::headerRow()};
-    for (int segment : segments) {
-        if (segment > 0) {
-            rows << SegmentCodec::recordToRow(segment,
-                                              QString::fromLatin1(store.segment(program, segment)));
-            continue;
-        }
-        rows << QStringList{QStringLiteral("SEG%1").arg(-segment)};
-        while (rows.last().size() < SegmentCodec::ColumnCount)
-            rows.last() << QStringLiteral("----");
-    }
-    QString text;
-    for (const QStringList& row : rows) {
-        QStringList cells;
-        for (QString cell : row) {
-            if (cell.contains(QLatin1Char('\n')) || cell.contains(QLatin1Char('\t')) ||
-                cell.contains(QLatin1Char('"')))
-                cell = QLatin1Char('"') + cell.replace(QLatin1String("\""), QLatin1String("\"\"")) +
-                       QLatin1Char('"');
-            cells << cell;
-        }
-        text += cells.join(QLatin1Char('\t')) + QLatin1Char('\n');
-    }
     QByteArray bytes("\xFF\xFE", 2);
-    for (QChar c : text)
+    for (const QChar c : text)
         bytes.append(char(c.unicode() & 0xFF)).append(char(c.unicode() >> 8));
     return bytes;
+}
+
+QByteArray expectedProgramFile(const ProgramStore& store, int program, const QList<int>& segments)
+{
+    QString text = SegmentCodec::headerRow().join(QLatin1Char('\t')) + QLatin1Char('\n');
+    for (int segment : segments) {
+        QStringList row{QStringLiteral("SEG%1").arg(-segment)};
+        if (segment > 0)
+            row = SegmentCodec::recordToRow(segment,
+                                            QString::fromLatin1(store.segment(program, segment)));
+        while (row.size() < SegmentCodec::ColumnCount)
+            row << QStringLiteral("----");
+        text += row.join(QLatin1Char('\t')) + QLatin1Char('\n');
+    }
+    return utf16File(text);
 }
 
 QList<int> segmentRange(int count)

@@ -4,35 +4,32 @@
 #include <QByteArray>
 #include <QList>
 #include <QProcess>
-#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
 class ProgramStore;
 
-// Helpers of the end-to-end suites: the simulator and dcp30ctl as child
-// processes of the test, and the program files a transfer must produce.
+// The simulator and dcp30ctl as child processes of a test, and the program
+// files a transfer must produce.
 namespace E2e
 {
 
 QString toolPath();
 
-// dcp30-sim on a fresh pseudo-terminal. Its stdin is a pipe from the test:
-// when the test process goes, however it goes, the simulator ends too. The
-// destructor ends it (stdin closed, then SIGKILL if it does not go) and
-// reaps it, so no failing check leaves one behind.
+// dcp30-sim on a fresh pseudo-terminal. Its stdin is a pipe from the test, so
+// it ends with the test process however that goes; the destructor stops it.
 class Simulator
 {
 public:
     explicit Simulator(const QStringList& arguments);
-    ~Simulator();
+    ~Simulator() { stop(); }
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
 
     bool started() const { return !devicePath.isEmpty(); }
     QString device() const { return devicePath; }
-    // Closes stdin and waits for the exit (the simulator saves its programs
-    // on the way out when asked to). True when it exited by itself with 0.
+    // Closes stdin and waits (the simulator saves its programs on the way out
+    // when asked to); SIGKILL when it does not go. True for a clean exit 0.
     bool stop();
 
 private:
@@ -49,19 +46,15 @@ struct ToolRun {
     QString describe() const; // for failure messages
 };
 
-// Runs dcp30ctl to its end (killed after timeoutMs), headless, with its
-// runtime directory below the build tree and waitPercent (1..100, 0 =
-// unset) as DCP30_WAIT_PERCENT.
-ToolRun runTool(const QStringList& arguments, int waitPercent, int timeoutMs = 120000);
-
-// dcp30ctl running in the background as runTool runs it; stderr can be
-// watched while it runs.
+// dcp30ctl, headless, its runtime directory below the build tree, with
+// waitPercent (1..100, 0 = unset) as DCP30_WAIT_PERCENT. The destructor kills
+// and reaps it if it still runs.
 class RunningTool
 {
 public:
     RunningTool(const QStringList& arguments, int waitPercent);
-    ~RunningTool(); // kills and reaps it if it still runs
-    // Waits until stderr holds text (true) or the tool has ended / time is up.
+    ~RunningTool();
+    // Until stderr holds text (true), the tool ends or time is up.
     bool waitForError(const QString& text, int timeoutMs);
     ToolRun finish(int timeoutMs = 120000);
 
@@ -70,27 +63,29 @@ private:
     QString err;
 };
 
-// "read"/"write" with the port, program, segment count and USB directory,
+inline ToolRun runTool(const QStringList& arguments, int waitPercent, int timeoutMs = 120000)
+{
+    return RunningTool(arguments, waitPercent).finish(timeoutMs);
+}
+
+// "read"/"write" with port, program, segment count and USB directory,
 // watching the flags every 20 ms.
 QStringList transferArgs(const char* verb, const QString& port, int program, int segments,
                          const QString& usb);
 
-// Program numbers of the children of this process that are still there
-// (not yet reaped ones included). Empty after a clean test.
+// Process ids of this process's children still there (unreaped ones too).
 QList<qint64> livingChildren();
 // True when no process holds the pseudo-terminal's device open any more.
 bool ptyReleased(const QString& device);
 
-// The bytes of PROG_N.txt for the given segments of program in store: byte-
-// order mark FF FE, then the header row and one row per segment, cells
-// separated by tabs, each row ended by a line feed, as UTF-16LE. Built from
-// the controller's records with the segment codec, quoting cells that hold
-// a tab, a line feed or a double quote. A segment given as -s is one the
-// controller refused: its label, then "----" in every other cell, so that
-// later rows keep their places.
+// Byte-order mark FF FE, then text as UTF-16LE: what the panel's saver writes.
+QByteArray utf16File(const QString& text);
+// PROG_N.txt as a read saves the given segments of program in store: the
+// header row, one row per segment, tab-separated, each row ending in a line
+// feed. A segment given as -s is one the controller refused: its label, then
+// "----" in every other cell. (No sample cell needs quoting.)
 QByteArray expectedProgramFile(const ProgramStore& store, int program, const QList<int>& segments);
-// Segments 1..count.
-QList<int> segmentRange(int count);
+QList<int> segmentRange(int count); // 1..count
 
 QByteArray readFile(const QString& path);
 bool writeFile(const QString& path, const QByteArray& bytes);
