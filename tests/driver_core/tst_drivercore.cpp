@@ -114,7 +114,6 @@ private slots:
                               i->isSupportSessionCommand(), i->deviceSettingChanged(nullptr),
                               i->isConnected(nullptr), i->hasError()}),
                  (QList<bool>{true, true, false, true, true, false}));
-        QCOMPARE(i->getThisObject(), static_cast<QObject*>(driver.get()));
 
         std::unique_ptr<DeviceSetting> d1(i->getDefaultSerialDeviceSetting()),
             d2(i->getDefaultSerialDeviceSetting());
@@ -338,7 +337,9 @@ private slots:
         // The worker has the request once it asks for the medium; the
         // parameters are stored right after, before anything waits.
         QTRY_VERIFY(device.mountQueries() > 0);
-        stopWorkerThread(*driver);
+        worker(*driver)->requestAbort();
+        thread(*driver)->quit();
+        QVERIFY(thread(*driver)->wait(5000));
         FileAccessor* a = worker(*driver);
         QCOMPARE((QList<int>{a->spLowLimit, a->spHighLimit, a->ev1Type, a->ev2Type, a->ev3Type}),
                  paras);
@@ -524,12 +525,6 @@ private:
     }
     static FileAccessor* worker(DriverDCP30& driver) { return driver.fileAccessor; }
     static QThread* thread(DriverDCP30& driver) { return driver.workerThread; }
-    static void stopWorkerThread(DriverDCP30& driver)
-    {
-        driver.fileAccessor->requestAbort();
-        driver.workerThread->quit();
-        QVERIFY(driver.workerThread->wait(5000));
-    }
 
     ScriptedPort port;
 };

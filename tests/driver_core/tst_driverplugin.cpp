@@ -35,7 +35,7 @@ private slots:
         RuntimeProperties::setCompanionLibrary(QString());
     }
 
-    // One instance per loader until it dies; a later request makes a new one.
+    // One instance per loader.
     void pluginLoaderSeesInterface()
     {
         QPluginLoader loader(QStringLiteral(DCP30_PLUGIN));
@@ -48,9 +48,6 @@ private slots:
         QCOMPARE(driver->getThisObject(), instance);
         QCOMPARE(loader.instance(), instance);
         delete instance;
-        QObject* second = loader.instance();
-        QVERIFY(second);
-        delete second;
     }
 
     void createDriver_data()

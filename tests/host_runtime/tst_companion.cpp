@@ -29,14 +29,15 @@ class CompanionTest : public QObject
     Q_OBJECT
 
 private slots:
-    // What the read table cannot show: noise before STX, no STX, no ETX, and
-    // the longest request.
+    // What the read table cannot show: noise before STX, no STX, no ETX, the
+    // longest request, no port.
     void edges()
     {
         QCOMPARE(Sdc35Companion::acceptedBody("zz" + framed("0100X00")), QByteArray("0100X00"));
         QVERIFY(Sdc35Companion::acceptedBody("0100X00\x03\r\n").isNull());
         QVERIFY(Sdc35Companion::acceptedBody('\x02' + QByteArray("0100X00\r\n")).isNull());
         QCOMPARE(Sdc35Companion::wordCount(command(Word, 64)), 64);
+        QVERIFY(Sdc35Companion().read(nullptr, command(Word, 1)).isEmpty());
     }
 
     void read_data()
@@ -85,28 +86,14 @@ private slots:
         QFETCH(QByteArray, reply);
         QFETCH(QByteArray, request);
         ScriptedPort port;
+        port.setReadChunk(8); // the reply comes in pieces
         if (!reply.isEmpty())
             port.addAnswer("", ScriptedPort::Answer::withReply(reply), ScriptedPort::Forever);
         QTEST(Sdc35Companion().read(&port, command(kind, count, address)), "data");
         QCOMPARE(port.sentFrames(),
                  request.isEmpty() ? QList<QByteArray>{} : QList<QByteArray>{request});
-    }
-
-    // Prepared, sent once, then the reply collected over several short reads.
-    void readPreparesPortAndCollectsSplitReply()
-    {
-        ScriptedPort port;
-        port.setReadChunk(3);
-        port.addAnswer("", ScriptedPort::Answer::withReply(framed("0100X00,1,2,3")));
-        QCOMPARE(Sdc35Companion().read(&port, command(Word, 3, "RAM10")),
-                 QByteArray::fromHex("010002000300"));
-        QStringList trace = port.trace();
-        QVERIFY(trace.size() > 3);
-        QCOMPARE(trace.takeFirst(), QStringLiteral("option 12=0 (int)"));
-        QVERIFY(trace.takeFirst().startsWith("write "));
-        for (const QString& e : trace)
-            QVERIFY2(e.startsWith("read "), qPrintable(e));
-        QVERIFY(Sdc35Companion().read(nullptr, command(Word, 1)).isEmpty());
+        if (!request.isEmpty()) // the port is prepared before the request goes out
+            QCOMPARE(port.trace().first(), QStringLiteral("option 12=0 (int)"));
     }
 
     void write_data()
