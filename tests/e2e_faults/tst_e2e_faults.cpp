@@ -1,19 +1,14 @@
 // The fault matrix, end to end: one simulator fault at the open, at segment 2
-// of 3 or at the close, for reads and writes. Each run must end (the running
-// flag drops) with the right exit status, error flag and log, and with the
-// file or the controller's program that the fault allows.
-//
-// The kinds are those that take different paths through line, driver and
-// controller: a reply lost after the controller acted (drop), a request it
-// never heard (deaf), a reply 3 s late (far beyond the shortened waits, so it
-// holds up every later reply on the line), a refusal (status) and, for a
-// segment read, a record of the wrong length. A garbled, cut or noisy reply
-// fails the same checks as a lost one or a wrong length (the exchange suite
-// has those replies). The exact retry counts and log layouts of each level
-// are the workflow suites'; here the controller's own state decides: a lost
-// reply to an open leaves its file open, so the repeated open is refused
-// ("File is already open.", a controller error that ends the attempts and
-// leaves no message).
+// of 3 or at the close. Each run must end with the right exit status, error
+// flag and log, and with the file or the controller's program the fault
+// allows. The kinds take different paths through line, driver and controller:
+// a reply lost after the controller acted (drop), a request it never heard
+// (deaf), a reply 3 s late (it holds up every later reply), a refusal
+// (status), a record of the wrong length. (Garbled, cut or noisy replies fail
+// the same checks; the exchange suite has them. Retry counts and log layouts
+// per level are the workflow suites'.) A lost reply to an open leaves the
+// controller's file open, so the repeated open is refused, which ends the
+// attempts and leaves no message.
 #include <QtTest>
 
 #include "../driver_core/tsanoptions.h"
@@ -41,11 +36,6 @@ class TestE2eFaults : public QObject
     Q_OBJECT
 
 private slots:
-    void cleanup()
-    {
-        QVERIFY2(livingChildren().isEmpty(), "a simulator or dcp30ctl outlived its test");
-    }
-
     void faults_data()
     {
         QTest::addColumn<bool>("read");

@@ -8,8 +8,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <unistd.h>
-
 namespace E2e
 {
 
@@ -19,18 +17,6 @@ namespace
 QString buildDirectory()
 {
     return qEnvironmentVariable("DCP_BUILD_DIR");
-}
-
-QStringList processIds()
-{
-    QStringList ids;
-    for (const QString& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
-        bool numeric = false;
-        entry.toLongLong(&numeric);
-        if (numeric)
-            ids << entry;
-    }
-    return ids;
 }
 
 } // namespace
@@ -78,7 +64,8 @@ QString ToolRun::describe() const
         .arg(out, err);
 }
 
-RunningTool::RunningTool(const QStringList& arguments, int waitPercent)
+ToolRun runTool(const QStringList& arguments, int waitPercent, int timeoutMs, const QString& cue,
+                const std::function<void()>& whileRunning)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
@@ -89,23 +76,22 @@ RunningTool::RunningTool(const QStringList& arguments, int waitPercent)
     env.remove(QStringLiteral("DCP30_WAIT_PERCENT"));
     if (waitPercent > 0)
         env.insert(QStringLiteral("DCP30_WAIT_PERCENT"), QString::number(waitPercent));
+    QProcess process;
     process.setProcessEnvironment(env);
     process.start(toolPath(), arguments);
-    process.waitForStarted(10000);
-}
 
-RunningTool::~RunningTool()
-{
-    if (process.state() != QProcess::NotRunning) {
-        process.kill();
-        process.waitForFinished(5000);
-    }
-}
-
-ToolRun RunningTool::finish(int timeoutMs)
-{
     ToolRun run;
-    run.finished = process.waitForFinished(timeoutMs);
+    QElapsedTimer clock;
+    clock.start();
+    while (!cue.isEmpty() && process.waitForStarted(10000) && clock.elapsed() < timeoutMs) {
+        run.err += QString::fromLocal8Bit(process.readAllStandardError());
+        if (run.err.contains(cue)) {
+            whileRunning();
+            break;
+        }
+        process.waitForReadyRead(20);
+    }
+    run.finished = process.waitForFinished(int(qMax<qint64>(1, timeoutMs - clock.elapsed())));
     if (!run.finished) {
         process.kill();
         process.waitForFinished(5000);
@@ -113,23 +99,8 @@ ToolRun RunningTool::finish(int timeoutMs)
     run.status = process.exitStatus();
     run.exitCode = process.exitCode();
     run.out = QString::fromLocal8Bit(process.readAllStandardOutput());
-    run.err = err + QString::fromLocal8Bit(process.readAllStandardError());
+    run.err += QString::fromLocal8Bit(process.readAllStandardError());
     return run;
-}
-
-bool RunningTool::waitForError(const QString& text, int timeoutMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (clock.elapsed() < timeoutMs) {
-        err += QString::fromLocal8Bit(process.readAllStandardError());
-        if (err.contains(text))
-            return true;
-        if (process.state() == QProcess::NotRunning)
-            return false;
-        process.waitForReadyRead(20);
-    }
-    return false;
 }
 
 QStringList transferArgs(const char* verb, const QString& port, int program, int segments,
@@ -139,32 +110,6 @@ QStringList transferArgs(const char* verb, const QString& port, int program, int
             QStringLiteral("--program"), QString::number(program), QStringLiteral("--segments"),
             QString::number(segments),   QStringLiteral("--usb"),  usb,
             QStringLiteral("--poll-ms"), QStringLiteral("20")};
-}
-
-QList<qint64> livingChildren()
-{
-    QList<qint64> children;
-    const QByteArray self = QByteArray::number(::getpid());
-    for (const QString& pid : processIds()) {
-        // "pid (comm) state ppid ...": comm may hold blanks and parentheses.
-        const QByteArray stat = readFile(QStringLiteral("/proc/%1/stat").arg(pid));
-        const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-        if (fields.size() > 1 && fields.at(1) == self)
-            children << pid.toLongLong();
-    }
-    return children;
-}
-
-bool ptyReleased(const QString& device)
-{
-    for (const QString& pid : processIds()) {
-        QDir fds(QStringLiteral("/proc/%1/fd").arg(pid));
-        for (const QFileInfo& fd : fds.entryInfoList(QDir::System | QDir::NoDotAndDotDot)) {
-            if (fd.symLinkTarget() == device)
-                return false;
-        }
-    }
-    return true;
 }
 
 QByteArray utf16File(const QString& text)

@@ -7,6 +7,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 class ProgramStore;
 
 // The simulator and dcp30ctl as child processes of a test, and the program
@@ -46,37 +48,16 @@ struct ToolRun {
     QString describe() const; // for failure messages
 };
 
-// dcp30ctl, headless, its runtime directory below the build tree, with
-// waitPercent (1..100, 0 = unset) as DCP30_WAIT_PERCENT. The destructor kills
-// and reaps it if it still runs.
-class RunningTool
-{
-public:
-    RunningTool(const QStringList& arguments, int waitPercent);
-    ~RunningTool();
-    // Until stderr holds text (true), the tool ends or time is up.
-    bool waitForError(const QString& text, int timeoutMs);
-    ToolRun finish(int timeoutMs = 120000);
-
-private:
-    QProcess process;
-    QString err;
-};
-
-inline ToolRun runTool(const QStringList& arguments, int waitPercent, int timeoutMs = 120000)
-{
-    return RunningTool(arguments, waitPercent).finish(timeoutMs);
-}
+// Runs dcp30ctl to its end (killed after timeoutMs), headless, its runtime
+// directory below the build tree, with waitPercent (1..100, 0 = unset) as
+// DCP30_WAIT_PERCENT. Once its stderr holds cue, whileRunning is called.
+ToolRun runTool(const QStringList& arguments, int waitPercent, int timeoutMs = 120000,
+                const QString& cue = QString(), const std::function<void()>& whileRunning = {});
 
 // "read"/"write" with port, program, segment count and USB directory,
 // watching the flags every 20 ms.
 QStringList transferArgs(const char* verb, const QString& port, int program, int segments,
                          const QString& usb);
-
-// Process ids of this process's children still there (unreaped ones too).
-QList<qint64> livingChildren();
-// True when no process holds the pseudo-terminal's device open any more.
-bool ptyReleased(const QString& device);
 
 // Byte-order mark FF FE, then text as UTF-16LE: what the panel's saver writes.
 QByteArray utf16File(const QString& text);
