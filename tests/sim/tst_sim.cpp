@@ -357,19 +357,6 @@ private slots:
         }
     }
 
-    // (Saving and loading again is what the end-to-end suites do with every
-    // --save-on-exit.)
-    void storeFileErrors()
-    {
-        ProgramStore store = ProgramStore::samples();
-        QString error;
-        QVERIFY(!store.load(QStringLiteral("/nonexistent/missing.txt"), &error));
-        QVERIFY2(error.contains(QLatin1String("missing.txt")), qPrintable(error));
-        QVERIFY(store == ProgramStore::samples());
-        QVERIFY(!store.save(QStringLiteral("/nonexistent/p.txt"), &error));
-        QVERIFY2(error.startsWith(QLatin1String("/nonexistent/p.txt: ")), qPrintable(error));
-    }
-
     void garbageNeverBreaksTheLine()
     {
         ControllerEngine engine;
@@ -451,6 +438,7 @@ private slots:
         QTest::newRow("kinds") << QStringList{"--event-kinds", "1,2"} << "--event-kinds";
         QTest::newRow("baud") << QStringList{"--baud", "fast"} << "--baud";
         QTest::newRow("save without file") << QStringList{"--save-on-exit"} << "--programs";
+        QTest::newRow("programs unreadable") << QStringList{"--programs", "/"} << "/: ";
         QTest::newRow("stray argument") << QStringList{"extra"} << "unexpected argument extra";
     }
     void badCommandLine()
