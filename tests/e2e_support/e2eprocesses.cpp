@@ -6,7 +6,8 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QFileInfo>
+
+#include <csignal>
 
 namespace E2e
 {
@@ -41,11 +42,14 @@ Simulator::Simulator(const QStringList& arguments)
         devicePath = line.mid(prefix.size());
 }
 
-bool Simulator::stop()
+bool Simulator::stop(int signal)
 {
     if (process.state() == QProcess::NotRunning)
         return false;
-    process.closeWriteChannel();
+    if (signal)
+        ::kill(pid_t(process.processId()), signal);
+    else
+        process.closeWriteChannel();
     if (!process.waitForFinished(10000)) {
         process.kill();
         process.waitForFinished(5000);

@@ -30,9 +30,10 @@ public:
 
     bool started() const { return !devicePath.isEmpty(); }
     QString device() const { return devicePath; }
-    // Closes stdin and waits (the simulator saves its programs on the way out
-    // when asked to); SIGKILL when it does not go. True for a clean exit 0.
-    bool stop();
+    // Closes stdin (or sends signal) and waits (the simulator saves its
+    // programs on the way out when asked to); SIGKILL when it does not go.
+    // True for a clean exit 0.
+    bool stop(int signal = 0);
 
 private:
     QProcess process;
