@@ -44,11 +44,9 @@ inline QByteArray utf16le(const QString& text, bool bom = true)
 
 inline QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes)
 {
-    const QString path = dir.filePath(name);
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
-        return QString();
-    return path;
+    QFile file(dir.filePath(name));
+    const bool written = file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+    return written ? file.fileName() : QString();
 }
 
 inline QByteArray readFile(const QString& path)
