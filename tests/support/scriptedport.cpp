@@ -40,17 +40,11 @@ QStringList ScriptedPort::trace() const
     return log;
 }
 
-QStringList ScriptedPort::traced(const QString& prefix) const
-{
-    const QRegularExpression start(QLatin1Char('^') + prefix);
-    return trace().filter(start).replaceInStrings(start, QString());
-}
-
 QList<QByteArray> ScriptedPort::sentFrames() const
 {
     QList<QByteArray> frames;
-    for (const QString& hex : traced(QStringLiteral("write ")))
-        frames << QByteArray::fromHex(hex.toLatin1());
+    for (const QString& entry : trace().filter(QRegularExpression("^write ")))
+        frames << QByteArray::fromHex(entry.mid(6).toLatin1());
     return frames;
 }
 
@@ -60,14 +54,6 @@ QList<QByteArray> ScriptedPort::sentCommands() const
     for (const QByteArray& frame : sentFrames())
         commands << commandOf(frame);
     return commands;
-}
-
-QList<int> ScriptedPort::readLimits() const
-{
-    QList<int> limits;
-    for (const QString& limit : traced(QStringLiteral("read ")))
-        limits << limit.toInt();
-    return limits;
 }
 
 int ScriptedPort::readBytes(char* buffer, int maxLength)

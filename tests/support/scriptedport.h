@@ -12,20 +12,16 @@
 #include <atomic>
 #include <functional>
 
-// An in-memory port object for unit tests and fuzzing: it logs every call the
-// worker makes and answers each written command from a script.
-//
-// A command is the text between STX and ETX of a frame. A rule's key matches a
-// command equal to it or starting with key + ",": "0100XFR,1,1" matches the
-// read of segment 1, not of segment 10; an empty key matches all. Rules are
-// tried in the order added, each answers `times` times (or Forever); a command
-// no rule matches gets the responder's answer if there is one, else the
-// default answer (no reply unless set).
-//
-// A reply is appended to the unread input, which setOption(OptionPrepareCommand)
-// drops, as the runtime's ports do; readBytes hands out at most maxLength (and
-// the read chunk) bytes and keeps the rest. Thread-safe: the worker calls the
-// port from its thread while the test scripts and inspects it.
+// An in-memory port for unit tests and fuzzing: it logs every call and
+// answers each written command (the text between STX and ETX) from a script.
+// A rule's key matches a command equal to it or starting with key + ",", so
+// "0100XFR,1,1" is the read of segment 1, not of 10; an empty key matches
+// all. Rules are tried in the order added, each `times` times (or Forever);
+// an unmatched command gets the responder's answer, else the default answer.
+// A reply joins the unread input, which setOption(OptionPrepareCommand)
+// drops, as the runtime's ports do; readBytes hands out at most maxLength
+// (and the read chunk) bytes. Thread-safe: the worker's thread calls it
+// while the test scripts and inspects it.
 class ScriptedPort : public AbstractDeviceInterface
 {
 public:
@@ -45,13 +41,11 @@ public:
     };
 
     static constexpr int Forever = -1;
-
-    // Gets the whole frame as sent. Called without the port's lock, in the
-    // writer's thread, so it may call back into the port or the code under test.
+    // Gets the whole frame; called without the port's lock, in the writer's
+    // thread, so it may call back into the port or the code under test.
     using Responder = std::function<Answer(const QByteArray& frame)>;
 
-    // STX text ETX CR LF.
-    static QByteArray framed(const QByteArray& text);
+    static QByteArray framed(const QByteArray& text); // STX text ETX CR LF
 
     void addAnswer(const QByteArray& key, const Answer& answer, int times = 1)
     {
@@ -79,7 +73,6 @@ public:
     QStringList trace() const;
     QList<QByteArray> sentFrames() const;
     QList<QByteArray> sentCommands() const; // text between STX and ETX
-    QList<int> readLimits() const;          // maxLength of each read
 
     bool open() override { return true; }
     void close() override {}
@@ -96,9 +89,6 @@ private:
         Answer answer;
         int remaining;
     };
-    // The log entries that start with prefix, without it.
-    QStringList traced(const QString& prefix) const;
-
     mutable QMutex mutex;
     QList<Rule> rules;
     Answer defaultAnswer;

@@ -4,8 +4,8 @@
 // What a FileAccessor transfer test needs around the worker: two media in a
 // temporary directory behind the runtime's device object, the message centre,
 // a scripted port, shortened waits and a log of the worker's signals; plus
-// builders for segment records, replies and program files. Header-only; the
-// suite links dcp30core, dcphostruntime and dcptestsupport.
+// builders for records, replies and program files. Links dcp30core,
+// dcphostruntime and dcptestsupport.
 
 #include "driver/fileaccessor.h"
 #include "host/runtime/deviceobject.h"
@@ -21,7 +21,6 @@
 #include <QTextCodec>
 
 #include <memory>
-#include <mutex>
 
 namespace WorkflowData
 {
@@ -50,10 +49,12 @@ inline QStringList sampleRow(int segment)
     return cells + QString("----|").repeated(16).append(tail).split(QLatin1Char('|'));
 }
 
-// The row a read keeps for a segment the controller refused.
-inline QStringList placeholderRow(int segment)
+inline QList<QStringList> sampleRows(const QList<int>& segments)
 {
-    return QStringLiteral("SEG%1").arg(segment).append(QString("|----").repeated(25)).split('|');
+    QList<QStringList> rows;
+    for (int s : segments)
+        rows << sampleRow(s);
+    return rows;
 }
 
 inline QStringList header()
@@ -146,18 +147,12 @@ public:
         RuntimeProperties::publishDevice(nullptr);
         RuntimeProperties::publishMessageCentre(nullptr);
     }
-    WorkflowRig(const WorkflowRig&) = delete;
-    WorkflowRig& operator=(const WorkflowRig&) = delete;
-
     FileAccessor& worker() { return *accessor; }
 
     // The worker's signals in emission order: "RF 0", "WE 1", "read 33",
-    // "message DCP30: text" (the flag is named only when it is false).
-    QStringList events() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return log;
-    }
+    // "message DCP30: text" (the flag is named only when it is false). Read
+    // it once the worker has finished.
+    QStringList events() const { return log; }
 
     QString usbFile(const QString& name) const { return usb + QLatin1Char('/') + name; }
     QString sdFile(const QString& name) const { return sd + QLatin1Char('/') + name; }
@@ -183,17 +178,12 @@ private:
             },
             Qt::DirectConnection);
     }
-    void add(const QString& event)
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        log << event;
-    }
+    void add(const QString& event) { log << event; }
 
     QTemporaryDir media{QDir::tempPath() + QStringLiteral("/dcp30-transfer-XXXXXX")};
     const QString usb = media.filePath(QStringLiteral("usb"));
     const QString sd = media.filePath(QStringLiteral("sd"));
     std::unique_ptr<FileAccessor> accessor;
-    mutable std::mutex mutex;
     QStringList log;
 };
 
