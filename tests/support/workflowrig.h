@@ -2,14 +2,13 @@
 #define TESTS_WORKFLOWRIG_H
 
 // What a FileAccessor transfer test needs around the worker: two media in a
-// temporary directory behind the runtime's device object, the message centre,
-// a scripted port, shortened waits and a log of the worker's signals; plus
-// builders for records, replies and program files. Links dcp30core,
-// dcphostruntime and dcptestsupport.
+// temporary directory behind the runtime's device object, a scripted port,
+// shortened waits and a log of the worker's signals; plus builders for
+// records, replies and program files. Links dcp30core, dcphostruntime and
+// dcptestsupport.
 
 #include "driver/fileaccessor.h"
 #include "host/runtime/deviceobject.h"
-#include "host/runtime/messagecentre.h"
 #include "host/runtime/runtimeproperties.h"
 #include "tests/support/scriptedport.h"
 
@@ -120,9 +119,7 @@ public:
         QDir().mkpath(sd);
         device.setMountDirectory(DeviceObject::UsbStick, usb);
         device.setMountDirectory(DeviceObject::SdCard, sd);
-        centre.setQuiet(true);
         RuntimeProperties::publishDevice(&device);
-        RuntimeProperties::publishMessageCentre(&centre);
         qputenv("DCP30_WAIT_PERCENT", QByteArray::number(waitPercent));
         accessor = std::make_unique<FileAccessor>();
         qunsetenv("DCP30_WAIT_PERCENT");
@@ -145,7 +142,6 @@ public:
     {
         accessor.reset();
         RuntimeProperties::publishDevice(nullptr);
-        RuntimeProperties::publishMessageCentre(nullptr);
     }
     FileAccessor& worker() { return *accessor; }
 
@@ -166,7 +162,6 @@ public:
 
     ScriptedPort port;
     DeviceObject device;
-    MessageCentre centre;
 
 private:
     template <typename Arg> void record(void (FileAccessor::*signal)(Arg), const char* name)
