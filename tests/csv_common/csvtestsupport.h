@@ -14,12 +14,11 @@
 namespace csvtest
 {
 
-// Points QSettings at dir (organisation and application names of the suite,
-// XDG config path and explicit paths), so no test touches the real home.
+// Points QSettings at dir under the suite's own names, so no test touches the
+// real home.
 inline void isolateSettings(const QTemporaryDir& dir, const QString& application)
 {
     const QString config = dir.filePath(QStringLiteral("config"));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(config));
     QCoreApplication::setOrganizationName(QStringLiteral("dcp30-tests"));
     QCoreApplication::setApplicationName(application);
     for (QSettings::Format format : {QSettings::NativeFormat, QSettings::IniFormat}) {

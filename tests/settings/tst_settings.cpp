@@ -126,15 +126,14 @@ private slots:
         QFETCH(int, endpoints);
         QFETCH(int, cut);
         QFETCH(int, expectedEndpoints);
+        QFETCH(int, index);
         DeviceSetting source(device_type(3), QStringLiteral("COM4"), 38400, 7, 2, 1, 99,
                              QStringLiteral("source extra"));
         source.linkID = 12;
         source.socketList = withEndpoints(endpoints, QStringLiteral("host")).socketList;
-        QFETCH(int, index);
         source.currentIPIndex = index;
-        DeviceSetting target(device_type(1), QStringLiteral("old"), 1, 1, 1, 1, 1,
-                             QStringLiteral("target extra"));
-        target.socketList = withEndpoints(2).socketList;
+        DeviceSetting target = withEndpoints(2);
+        target.extraText = QStringLiteral("target extra");
         target.currentIPIndex = 1;
         const QByteArray before = streamed(target);
 
@@ -171,8 +170,8 @@ private slots:
     {
         QVERIFY(!DriverSetting(500, 3, 1, 0).optionFlag);
         // Four integers, nothing else; reading leaves the option fields alone.
-        const DriverSetting s(500, 3, -1, 0x01020304, QString(), 0, QStringLiteral("x"), true);
-        const QByteArray bytes = streamed(s);
+        const QByteArray bytes =
+            streamed(DriverSetting(500, 3, -1, 0x01020304, QString(), 0, QStringLiteral("x"), true));
         QCOMPARE(bytes, QByteArray::fromHex("000001f4 00000003 ffffffff 01020304"));
         DriverSetting target(0, 0, 0, 0, QString(), 0, QStringLiteral("keep"), false);
         QCOMPARE(readInto(bytes, target), QDataStream::Ok);
@@ -185,9 +184,8 @@ private slots:
         QCOMPARE(target.optionText + QString::number(target.optionFlag), QStringLiteral("opt0"));
 
         // Cut short: nothing is taken over.
-        DriverSetting untouched(7, 7, 7, 7);
-        QCOMPARE(readInto(bytes.chopped(1), untouched), QDataStream::ReadPastEnd);
-        QCOMPARE(streamed(untouched), streamed(DriverSetting(7, 7, 7, 7)));
+        QCOMPARE(readInto(bytes.chopped(1), target), QDataStream::ReadPastEnd);
+        QCOMPARE(streamed(target), streamed(DriverSetting(1, 2, 3, 4)));
     }
 };
 
