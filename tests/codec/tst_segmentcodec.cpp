@@ -68,9 +68,7 @@ private slots:
         // The length decides, not the segment number.
         row("101 chars is long", 5, record(101, {{23, "0003"}}), 22, "3");
         row("100 chars is short", 1, record(100, {{23, "0003"}}), 22, "----");
-        // Each bad or missing digit is a 0 digit.
-        row("bad digit", 2, shortRec({{0, "1G23"}}), 1, "4131");
-        row("cut word", 2, "12", 1, "4608");
+        row("bad and missing digits are 0", 2, "1G2", 1, "4128");
         row("past 120 ignored", 1, longRec({{29, "4142"}}) + "FFFF", 25,
             QString(6, QChar(0)) + "AB");
     }

@@ -30,15 +30,12 @@ QByteArray writeCommand(int program, int segment)
            sampleRecord(segment);
 }
 
-// A rig whose medium (USB stick or SD card) holds "PROG_<program>.txt" with
-// the header and rows, and whose controller accepts every command that no
-// rule answers.
+// A rig whose USB stick holds "PROG_1.txt" with the header and rows, and
+// whose controller accepts every command that no rule answers.
 struct WriteRig : WorkflowRig {
-    explicit WriteRig(const QList<QStringList>& rows, int program = 1, int storage = 0)
+    explicit WriteRig(const QList<QStringList>& rows)
     {
-        const QString name = QStringLiteral("PROG_%1.txt").arg(program);
-        writeBytes(storage ? sdFile(name) : usbFile(name),
-                   programFile(QList<QStringList>{header()} + rows));
+        writeBytes(usbFile("PROG_1.txt"), programFile(QList<QStringList>{header()} + rows));
         port.setDefaultAnswer(Answer::withReply(status("00")));
     }
 };
@@ -59,22 +56,16 @@ private slots:
         QTest::addColumn<QList<int>>("written");
         QTest::addColumn<QStringList>("progress");
         QTest::addColumn<QStringList>("log");
-        QTest::addColumn<int>("program");
-        QTest::addColumn<int>("storageType");
         auto row = [](const char* name, const QList<QStringList>& rows, int segments,
                       const QList<int>& written, const QStringList& progress,
-                      const QStringList& log, int program = 1, int storage = 0) {
-            QTest::newRow(name) << rows << segments << written << progress << log << program
-                                << storage;
+                      const QStringList& log) {
+            QTest::newRow(name) << rows << segments << written << progress << log;
         };
         // Progress counts the segments sent, not those asked for.
-        const QList<int> ten{1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-        row("program 12, SD card, 10 rows for 12 segments", sampleRows(ten), 12, ten,
-            {"write 10", "write 20", "write 30", "write 40", "write 50", "write 60", "write 70",
-             "write 80", "write 90", "write 100"},
-            {"Segment 11 has no data in the csv file. Please check it.",
-             "Segment 12 has no data in the csv file. Please check it."},
-            12, 1);
+        row("3 rows for 5 segments", sampleRows({1, 2, 3}), 5, {1, 2, 3},
+            {"write 33", "write 66", "write 100"},
+            {"Segment 4 has no data in the csv file. Please check it.",
+             "Segment 5 has no data in the csv file. Please check it."});
         row("rows beyond the count ignored", sampleRows({1, 2, 3}) << changedRow(4, 2, "x"), 2,
             {1, 2}, {"write 50", "write 100"}, {});
         QStringList twoProblems = changedRow(2, 1, "10000");
@@ -96,21 +87,17 @@ private slots:
         QFETCH(QList<int>, written);
         QFETCH(QStringList, progress);
         QFETCH(QStringList, log);
-        QFETCH(int, program);
-        QFETCH(int, storageType);
         QFETCH(QList<QStringList>, rows);
-        WriteRig rig(rows, program, storageType);
-        rig.worker().writeProgramFileProcess(Parameters, program, segments, storageType);
+        WriteRig rig(rows);
+        rig.worker().writeProgramFileProcess(Parameters, 1, segments, 0);
 
-        const QByteArray p = QByteArray::number(program);
-        QList<QByteArray> commands{"0100XFO," + p + ",W,0"};
+        QList<QByteArray> commands{"0100XFO,1,W,0"};
         for (int s : written)
-            commands << writeCommand(program, s);
-        QCOMPARE(rig.port.sentCommands(), commands << "0100XFC," + p);
+            commands << writeCommand(1, s);
+        QCOMPARE(rig.port.sentCommands(), commands << "0100XFC,1");
         QCOMPARE(rig.events(), progress + QStringList{"WF 0"} +
                                    (log.isEmpty() ? QStringList{} : QStringList{"WE 1"}));
-        const QString name = QStringLiteral("WRITE_PROG_%1_ERROR.txt").arg(program);
-        QCOMPARE(fileBytes(storageType ? rig.sdFile(name) : rig.usbFile(name)),
+        QCOMPARE(fileBytes(rig.usbFile("WRITE_PROG_1_ERROR.txt")),
                  log.isEmpty() ? QByteArray("<missing>") : logText(log));
         QCOMPARE(rig.files().size(), log.isEmpty() ? 1 : 2);
     }
