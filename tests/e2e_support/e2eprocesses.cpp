@@ -110,10 +110,8 @@ ToolRun runTool(const QStringList& arguments, int waitPercent, int timeoutMs, co
 QStringList transferArgs(const char* verb, const QString& port, int program, int segments,
                          const QString& usb)
 {
-    return {QString::fromLatin1(verb),   QStringLiteral("--port"), port,
-            QStringLiteral("--program"), QString::number(program), QStringLiteral("--segments"),
-            QString::number(segments),   QStringLiteral("--usb"),  usb,
-            QStringLiteral("--poll-ms"), QStringLiteral("20")};
+    return QStringList{verb, "--port", port, "--usb", usb, "--poll-ms", "20", "--program"}
+           << QString::number(program) << "--segments" << QString::number(segments);
 }
 
 QByteArray utf16File(const QString& text)

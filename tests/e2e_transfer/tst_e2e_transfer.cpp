@@ -161,7 +161,6 @@ private slots:
         row("retries", read + ok + " --retries -1", 2, "read: --retries takes 0..20, not \"-1\"");
         row("line settings", read + ok + " --settings RS485,9600,EVEN", 2,
             "read: bad --settings \"RS485,9600,EVEN\"");
-        row("unknown option", read + ok + " --fast", 2, "read: Unknown option 'fast'.");
         row("stray argument", write + ok + " PROG_3.txt", 2,
             "write: unexpected argument PROG_3.txt");
         row("twice", read + ok + " --program 4", 2, "read: --program is given more than once");
