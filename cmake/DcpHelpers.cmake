@@ -17,7 +17,8 @@ endfunction()
 # dcp_add_subdirectories(): add every direct subfolder that has a CMakeLists.txt,
 # so each suite, benchmark or fuzz target owns its own folder.
 function(dcp_add_subdirectories)
-    file(GLOB children LIST_DIRECTORIES true ${CMAKE_CURRENT_SOURCE_DIR}/*)
+    # CONFIGURE_DEPENDS: a suite folder added or removed re-runs CMake in an existing build.
+    file(GLOB children LIST_DIRECTORIES true CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*)
     list(SORT children)
     foreach(child ${children})
         if(IS_DIRECTORY ${child} AND EXISTS ${child}/CMakeLists.txt)
