@@ -263,6 +263,7 @@ private slots:
         QFETCH(int, seed);
         const QString delimiter = seed % 3 == 0 ? QStringLiteral(",") : QStringLiteral("\t");
         std::mt19937 rng(seed);
+        // 0x0D0A and 0x0A0D carry line-end bytes inside one UTF-16 code unit.
         const QString cellChars = QStringLiteral("ab0 9\t,\"\n;.-") + QChar(0x010D) +
                                   QChar(0x0D0A) + QChar(0x0A0D) + QChar(0x65E5) + QChar(0x0416) +
                                   QChar(0);
