@@ -170,8 +170,8 @@ private slots:
     {
         QVERIFY(!DriverSetting(500, 3, 1, 0).optionFlag);
         // Four integers, nothing else; reading leaves the option fields alone.
-        const QByteArray bytes =
-            streamed(DriverSetting(500, 3, -1, 0x01020304, QString(), 0, QStringLiteral("x"), true));
+        const QByteArray bytes = streamed(
+            DriverSetting(500, 3, -1, 0x01020304, QString(), 0, QStringLiteral("x"), true));
         QCOMPARE(bytes, QByteArray::fromHex("000001f4 00000003 ffffffff 01020304"));
         DriverSetting target(0, 0, 0, 0, QString(), 0, QStringLiteral("keep"), false);
         QCOMPARE(readInto(bytes, target), QDataStream::Ok);

@@ -286,12 +286,10 @@ private slots:
         unsigned int longs[2] = {};
         unsigned char chars[2] = {};
         QCOMPARE(DataUnpack(p, "2X2n1N2C", words, longs, chars), 12);
-        QCOMPARE(words[1], (unsigned short)0x0304);
-        QCOMPARE(longs[0], 0x05060708u);
-        QCOMPARE(chars[1], (unsigned char)0x0a);
+        QCOMPARE(QList<uint>({words[1], longs[0], chars[1]}),
+                 QList<uint>({0x0304, 0x05060708, 0x0a}));
         QCOMPARE(DataUnpack(p, "2x2v2V", words, longs), 14);
-        QCOMPARE(words[0], (unsigned short)0x0201);
-        QCOMPARE(longs[1], 0x0c0b0a09u);
+        QCOMPARE(QList<uint>({words[0], longs[1]}), QList<uint>({0x0201, 0x0c0b0a09}));
         QCOMPARE(DataUnpack(p, "0xxX0XC", chars), 3);
         QCOMPARE(chars[0], (unsigned char)0x01);
     }

@@ -150,8 +150,8 @@ private slots:
                 p.appendString(QString::fromLatin1("\xe9")));
         QCOMPARE(p.byteArrayData().mid(7), hex("3412 04030201") + "0A\xe9");
         QCOMPARE(p.numberOfSections(), 7);
-        QCOMPARE(QList<int>({p.sectionStartIndex(3), p.sectionStartIndex(4),
-                             p.sectionStartIndex(5), p.sectionStartIndex(6)}),
+        QCOMPARE(QList<int>({p.sectionStartIndex(3), p.sectionStartIndex(4), p.sectionStartIndex(5),
+                             p.sectionStartIndex(6)}),
                  QList<int>({7, 9, 13, 15}));
         p.clearAll();
         QCOMPARE(p.totalSize() + p.numberOfSections(), 0);
