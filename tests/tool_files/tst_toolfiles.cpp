@@ -1,6 +1,6 @@
 // dcp30ctl check, show, compare and plot run as a user runs them, check held
 // against the write log of a real write through the plug-in into the
-// simulator, and the plot's model in-process.
+// simulator; the plot's layout says where its pixels must be.
 #include <QtTest>
 
 #include "../e2e_support/e2eprocesses.h"
