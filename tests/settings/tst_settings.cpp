@@ -36,39 +36,28 @@ class TestSettings : public QObject
 {
     Q_OBJECT
 private slots:
-    void endpointAccess_data()
-    {
-        QTest::addColumn<int>("endpoints");
-        QTest::addColumn<int>("index");
-        QTest::addColumn<int>("resolved"); // -1: index names no endpoint
-        // The current index is 2 whenever the list is long enough, else 0.
-        QTest::newRow("-1 on an empty list") << 0 << -1 << -1;
-        QTest::newRow("-1 follows the current index") << 3 << -1 << 2;
-        QTest::newRow("explicit index") << 3 << 1 << 1;
-        QTest::newRow("index equal to the size") << 3 << 3 << -1;
-    }
+    // Index -1 means the current endpoint. Outside the list the getters give 0
+    // or an empty text, and neither the setters nor setCurrentIPIndex act.
     void endpointAccess()
     {
-        QFETCH(int, endpoints);
-        QFETCH(int, index);
-        QFETCH(int, resolved);
-        DeviceSetting s = withEndpoints(endpoints);
-        s.currentIPIndex = endpoints > 2 ? 2 : 0;
-        auto expected = s.socketList;
-        const bool inside = resolved >= 0;
-        QCOMPARE(s.port(index), inside ? expected.at(resolved).second : 0);
-        QCOMPARE(s.socketIP(index), inside ? expected.at(resolved).first : QString());
+        DeviceSetting s = withEndpoints(0);
+        s.setPort(502, -1);
+        s.setSocketIP(QStringLiteral("x"), -1);
+        s.setCurrentIPIndex(0);
+        QVERIFY(s.socketList.isEmpty() && s.port(-1) == 0 && s.socketIP(-1).isEmpty());
 
-        s.setPort(502, index);
-        s.setSocketIP(QStringLiteral("192.168.1.9"), index);
-        if (inside)
-            expected[resolved] = qMakePair(QStringLiteral("192.168.1.9"), ushort(502));
-        QCOMPARE(s.socketList, expected);
-
-        // Only an index inside the list becomes current.
-        const int current = s.currentIPIndex;
-        s.setCurrentIPIndex(index);
-        QCOMPARE(s.currentIPIndex, index >= 0 && index < endpoints ? index : current);
+        s = withEndpoints(3);
+        for (int index : {2, -1, 3})
+            s.setCurrentIPIndex(index);
+        QCOMPARE(s.currentIPIndex, 2);
+        s.setPort(502, -1);
+        s.setSocketIP(QStringLiteral("192.168.1.9"), 1);
+        s.setPort(9, 3);
+        s.setSocketIP(QStringLiteral("y"), 3);
+        QCOMPARE(s.socketList, (QList<QPair<QString, unsigned short>>{
+                                   {"10.0.0.1", 1}, {"192.168.1.9", 2}, {"10.0.0.3", 502}}));
+        QCOMPARE(s.socketIP(-1) + s.socketIP(3), QStringLiteral("10.0.0.3"));
+        QCOMPARE(QList<int>({s.port(-1), s.port(1), s.port(3)}), QList<int>({502, 2, 0}));
     }
 
     void setSocketData()

@@ -51,43 +51,27 @@ private slots:
         QTEST(ExtractPLCDeviceAddress(address.toLatin1(), base), "value");
     }
 
-    void hexToUInt_data()
-    {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<int>("len");
-        QTest::addColumn<uint>("value");
-        QTest::newRow("0x1A") << QByteArray("0x1A") << 4 << 26u;
-        QTest::newRow("0X1a") << QByteArray("0X1a") << 4 << 26u;
-        QTest::newRow("1G") << QByteArray("1G") << 2 << 0u;
-        QTest::newRow("0x alone") << QByteArray("0x") << 2 << 0u;
-        QTest::newRow("leading zero") << QByteArray("0ff") << 3 << 255u;
-        QTest::newRow("length shorter than text") << QByteArray("1A2B") << 2 << 26u;
-        QTest::newRow("length longer than text") << QByteArray("1A") << 10 << 26u;
-        QTest::newRow("wraps at 32 bits") << QByteArray("123456789") << 9 << 0x23456789u;
-        QTest::newRow("negative length") << QByteArray("12") << -1 << 0u;
-    }
+    // A length shorter than the text ends the number; the terminating zero ends
+    // it too; the value wraps at 32 bits.
     void hexToUInt()
     {
-        QFETCH(QByteArray, text);
-        QFETCH(int, len);
-        QTEST(HexToUInt(text.constData(), len), "value");
+        const QList<QPair<const char*, int>> inputs{{"0x1A", 4}, {"0X1a", 4}, {"1G", 2},
+                                                    {"0x", 2},   {"0ff", 3},  {"1A2B", 2},
+                                                    {"1A", 10},  {"12", -1},  {"123456789", 9}};
+        QList<uint> values;
+        for (const auto& input : inputs)
+            values << HexToUInt(input.first, input.second);
+        QCOMPARE(values, QList<uint>({26, 26, 0, 0, 255, 26, 26, 0, 0x23456789u}));
     }
 
-    void hmiPort_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<int>("port");
-        QTest::newRow("ethernet0") << "ethernet0" << 2000;
-        QTest::newRow("COM1") << "COM1" << 1002;
-        QTest::newRow("COM12") << "COM12" << 1013;
-        QTest::newRow("no trailing digits") << "COM" << -1;
-        QTest::newRow("digits only") << "12" << -1;
-        QTest::newRow("number too large") << "COM99999999999" << -1;
-    }
+    // Names that neither start with ETHERNET nor end in digits after a
+    // non-digit give -1, and so does a number too large to hold.
     void hmiPort()
     {
-        QFETCH(QString, name);
-        QTEST(DevStrToHmiPort(name), "port");
+        QList<int> ports;
+        for (const char* name : {"ethernet0", "COM1", "COM12", "COM", "12", "COM99999999999"})
+            ports << DevStrToHmiPort(QString::fromLatin1(name));
+        QCOMPARE(ports, QList<int>({2000, 1002, 1013, -1, -1, -1}));
     }
 
     void initTestCase()
@@ -134,24 +118,17 @@ private slots:
         COMPILE_PATH = savedCompile;
     }
 
-    void portLookup_data()
-    {
-        QTest::addColumn<int>("hmiPort");
-        QTest::addColumn<bool>("found");
-        QTest::addColumn<int>("linkId");
-        QTest::addColumn<int>("stationId");
-        QTest::newRow("first of two default nodes") << 1002 << true << 1 << 5;
-        QTest::newRow("station id kept to 8 bits") << 1003 << true << 2 << 44;
-        QTest::newRow("no default node") << 1004 << false << -7 << 99;
-    }
+    // The first row only; without a row the out-parameters stay untouched.
     void portLookup()
     {
-        QFETCH(int, hmiPort);
         int linkId = -7;
         unsigned char stationId = 99;
-        QTEST(GetLinkIdAndDefaultStationId(connection, hmiPort, linkId, stationId), "found");
-        QTEST(linkId, "linkId");
-        QTEST(int(stationId), "stationId");
+        QVERIFY(!GetLinkIdAndDefaultStationId(connection, 1004, linkId, stationId));
+        QCOMPARE(QList<int>({linkId, stationId}), QList<int>({-7, 99}));
+        QVERIFY(GetLinkIdAndDefaultStationId(connection, 1002, linkId, stationId));
+        QCOMPARE(QList<int>({linkId, stationId}), QList<int>({1, 5}));
+        QVERIFY(GetLinkIdAndDefaultStationId(connection, 1003, linkId, stationId));
+        QCOMPARE(QList<int>({linkId, stationId}), QList<int>({2, 44})); // 300 kept to 8 bits
     }
 
     // The list forms append to the list and report whether it is non-empty
