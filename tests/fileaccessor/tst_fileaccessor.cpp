@@ -1,6 +1,7 @@
 // The worker object: medium look-up and file names, messages, start slots'
 // first steps, the error log, and the wait setting.
 #include "tests/driver_core/tsanoptions.h"
+#include "host/runtime/messagecentre.h"
 #include "tests/support/workflowrig.h"
 
 #include <QtTest>
@@ -75,7 +76,11 @@ private slots:
     {
         QFETCH(QString, situation);
         QFETCH(int, storageType);
+        MessageCentre centre;
+        centre.setQuiet(true);
+        RuntimeProperties::publishMessageCentre(&centre);
         WorkflowRig rig;
+        RuntimeProperties::publishMessageCentre(nullptr); // the worker holds it already
         QObject plainObject;
         if (situation == "not mounted")
             rig.device.setMountDirectory(storageType + 1, QString());
@@ -95,7 +100,7 @@ private slots:
                                     .arg(storageType ? "SD Card" : "USB Stick");
         QCOMPARE(rig.events(),
                  (QStringList{message, message, message, storageType ? "WF 0" : "RF 0"}));
-        QCOMPARE(rig.centre.texts().size(), 3); // same thread: they arrive at once
+        QCOMPARE(centre.texts().size(), 3); // same thread: they arrive at once
         QVERIFY(rig.files().isEmpty());
     }
 
@@ -105,12 +110,15 @@ private slots:
     {
         WorkflowRig rig;
         RuntimeProperties::publishDevice(nullptr);
-        RuntimeProperties::publishMessageCentre(nullptr);
         FileAccessor worker;
+        MessageCentre centre; // published too late for this worker
+        centre.setQuiet(true);
+        RuntimeProperties::publishMessageCentre(&centre);
         QSignalSpy rf(&worker, &FileAccessor::setRF);
         worker.readProgramFileProcess(4, 3, 0);
+        RuntimeProperties::publishMessageCentre(nullptr);
         QCOMPARE(rf.count(), 1);
-        QVERIFY(rig.centre.messages().isEmpty());
+        QVERIFY(centre.messages().isEmpty());
     }
 
     // The flag rises whether or not the log reaches the medium. The log says
