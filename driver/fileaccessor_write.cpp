@@ -58,10 +58,7 @@ bool FileAccessor::openFileForWrite(int programID, int segmentCnt, QList<QString
         SegmentCodec::checkSegments(writeParameters(), datas, segmentCnt, errorList);
     if (segmentCnt >= 1 && records.isEmpty()) {
         closeFile(programID);
-        if (abortRequested())
-            return false;
-        errorList << QString::fromLatin1(SegmentCodec::NothingToWriteMessage);
-        return true;
+        return !abortRequested();
     }
 
     const int total = records.size();

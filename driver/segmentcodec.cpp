@@ -501,9 +501,6 @@ bool validateDataRow(const WriteParameters& params, int segment, const QList<QSt
     return CSV2HEX(params, segment, row, outputData, errorList);
 }
 
-const char NothingToWriteMessage[] =
-    "\nThere is no data to write out. Maybe the format of all segments are incorrect.";
-
 QMap<int, QString> checkSegments(const WriteParameters& params, const QList<QStringList>& rows,
                                  int segmentCnt, QStringList& errorList)
 {
@@ -524,6 +521,9 @@ QMap<int, QString> checkSegments(const WriteParameters& params, const QList<QStr
         for (const QString& problem : qAsConst(segmentErrors))
             errorList << QStringLiteral("\t\t%1").arg(problem);
     }
+    if (segmentCnt >= 1 && records.isEmpty())
+        errorList << QStringLiteral(
+            "\nThere is no data to write out. Maybe the format of all segments are incorrect.");
     return records;
 }
 

@@ -98,15 +98,13 @@ bool CSV2HEX(const WriteParameters& params, int segment, QStringList& inDatas, Q
 bool validateDataRow(const WriteParameters& params, int segment, const QList<QStringList>& datas,
                      QString& outputData, QStringList& errorList);
 
-// What a program write says when no requested row passed its checks.
-extern const char NothingToWriteMessage[];
-
 // The row checks of a program write of segments 1..segmentCnt, before
 // anything is sent: the records of the rows that pass, by segment number;
 // in errorList, in segment order, "Segment %1 has no data in the csv
 // file. Please check it." for a missing row and, for a row that fails,
-// its format-error heading followed by one tab-indented line per problem.
-// The caller adds NothingToWriteMessage when it gets no record back.
+// its format-error heading followed by one tab-indented line per problem;
+// last, when segments were asked for and none passed, "There is no data to
+// write out...".
 QMap<int, QString> checkSegments(const WriteParameters& params, const QList<QStringList>& rows,
                                  int segmentCnt, QStringList& errorList);
 

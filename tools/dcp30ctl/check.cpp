@@ -158,8 +158,6 @@ int runCheck(const QStringList& args)
 
     QStringList log;
     const int written = SegmentCodec::checkSegments(params, file.rows, segmentCnt, log).size();
-    if (written == 0)
-        log << QString::fromLatin1(SegmentCodec::NothingToWriteMessage);
     if (!log.isEmpty())
         out << log.join(QLatin1Char('\n')) << '\n';
 
