@@ -1,28 +1,22 @@
 #pragma once
 
-// Helpers shared by the CSV suites: an isolated settings store, file bytes as
-// a panel writes them, and work run in a worker thread.
-
 #include <QCoreApplication>
 #include <QFile>
 #include <QSettings>
-#include <QString>
-#include <QStringList>
 #include <QTemporaryDir>
 #include <QThread>
 
 namespace csvtest
 {
 
-// Points QSettings at dir under the suite's own names, so no test touches the
-// real home.
+// The CSV classes remember a directory in the default settings store; keep it
+// inside dir.
 inline void isolateSettings(const QTemporaryDir& dir, const QString& application)
 {
-    const QString config = dir.filePath(QStringLiteral("config"));
     QCoreApplication::setOrganizationName(QStringLiteral("dcp30-tests"));
     QCoreApplication::setApplicationName(application);
     for (QSettings::Format format : {QSettings::NativeFormat, QSettings::IniFormat}) {
-        QSettings::setPath(format, QSettings::UserScope, config);
+        QSettings::setPath(format, QSettings::UserScope, dir.filePath(QStringLiteral("config")));
         QSettings::setPath(format, QSettings::SystemScope, dir.filePath(QStringLiteral("system")));
     }
     QSettings().clear();
@@ -41,11 +35,18 @@ inline QByteArray utf16le(const QString& text, bool bom = true)
     return bytes;
 }
 
-inline QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes)
+// A new file in dir holding bytes.
+inline QString writeFile(const QTemporaryDir& dir, const QByteArray& bytes)
 {
-    QFile file(dir.filePath(name));
-    const bool written = file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-    return written ? file.fileName() : QString();
+    static int files = 0;
+    QFile file(dir.filePath(QStringLiteral("file%1.txt").arg(++files)));
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() ? file.fileName()
+                                                                                : QString();
+}
+
+inline QString textFile(const QTemporaryDir& dir, const QString& text)
+{
+    return writeFile(dir, utf16le(text));
 }
 
 inline QByteArray readFile(const QString& path)
@@ -54,7 +55,6 @@ inline QByteArray readFile(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// Runs work in a fresh thread, as the program-file worker does, and waits.
 template <class Work> void runInThread(Work work)
 {
     QThread* thread = QThread::create(work);
