@@ -1,6 +1,6 @@
 // End to end, one simulator fault per path it takes through line, driver and
 // controller: a reply lost after the controller acted (drop), a request it
-// never heard (deaf), a reply late enough to hold up the next, a refusal
+// never heard (deaf), a reply late enough to hold up the rest, a refusal
 // (status), a record of the wrong length; and a medium pulled mid-read.
 #include <QtTest>
 
@@ -38,10 +38,13 @@ private slots:
             {1, 3});
         row("read, segment of the wrong length: lost", true, "length:FR:2", 0,
             {"Reading the Program 3 file fail. Error Code 2."}, {1, 3});
-        row("read, segment late: the next reply waits behind it", true, "late=3000:FR:2", 0,
-            {"Reading the Program 3 file fail. Error Code 1.",
-             "Reading the Program 3 file fail. Error Code 1."},
-            {1});
+        // Every later reply waits behind the late one: both retry levels run out.
+        row("write, segment late, 1 retry", false, "late=3000:FW:2", 1,
+            {"Write File Fail. Error Code 21.", "Write File Fail. Error Code 21.",
+             "\nThe retry time of writing the Program 5 file is over 1 times.",
+             "Opening the Program 5 file fail. Error Code 11.",
+             "Write File retry time is over 1 times."},
+            {1, 2});
         // The refused segment keeps its place in the file as an unset row.
         row("read, segment refused: never repeated", true, "status=52:FR:2", 3,
             {"Seg2:Program number or segment number is in error. No program in the segment."},
