@@ -1,6 +1,4 @@
-// The worker's controller exchange: command templates, the bytes on the line
-// (prepare option, frame, bounded read), reply checks and what each command
-// reports.
+// The worker's transfers against a scripted controller.
 #include "tests/driver_core/tsanoptions.h"
 #include "tests/support/workflowrig.h"
 
@@ -11,152 +9,199 @@ using Answer = ScriptedPort::Answer;
 
 Q_DECLARE_METATYPE(ScriptedPort::Answer)
 
+namespace
+{
+
+// Segments 1..count answered, the close refused (unseen), the rest accepted
+// with status 01; rules added before win.
+void scriptProgram(ScriptedPort& port, int program, int count)
+{
+    auto reply = [](const QByteArray& t) { return Answer::withReply(ScriptedPort::framed(t)); };
+    for (int s = 1; s <= count; ++s) {
+        const QByteArray read = "FR," + QByteArray::number(program) + ',' + QByteArray::number(s);
+        port.addAnswer("0100X" + read, reply("0100X00," + read + ',' + sampleRecord(s)),
+                       ScriptedPort::Forever);
+    }
+    port.addAnswer("0100XFC", reply("0100X51"), ScriptedPort::Forever);
+    port.addAnswer("", reply("0100X01"), ScriptedPort::Forever);
+}
+
+} // namespace
+
 class ExchangeTest : public QObject
 {
     Q_OBJECT
 
-    // One of the worker's command operations for program 7 after
-    // initRWCommand: the opens (the write with the row of segment 1), the
-    // segment operations on `segment` (the write sends its sample record).
-    // closeFile has no result and gives false.
-    static bool call(FileAccessor& w, const QByteArray& op, int segment, QList<QStringList>& datas,
-                     QStringList& errors)
-    {
-        w.initRWCommand();
-        if (op == "openFileForRead")
-            return w.openFileForRead(7, 3, datas, errors);
-        if (op == "openFileForWrite")
-            return w.openFileForWrite(7, 3, {sampleRow(1)}, errors);
-        if (op == "readFile")
-            return w.readFile(7, segment, datas, errors);
-        if (op == "writeFile")
-            return w.writeFile(7, segment, QString::fromLatin1(sampleRecord(segment)), errors);
-        w.closeFile(7);
-        return false;
-    }
-
 private slots:
-    // The bytes the templates make are checked with the outcomes.
-    void templateWithTextKept()
+    // One command answered so (Answer(): not at all) `times` times (-1: always):
+    // how often the open and segment 2's read go out, the log, the rows saved.
+    void readRetries_data()
     {
-        WorkflowRig rig;
-        rig.worker().readCommand = QStringLiteral("kept");
-        rig.worker().initRWCommand();
-        QCOMPARE(rig.worker().readCommand, QStringLiteral("kept"));
-    }
-
-    // Each operation prepares the port, sends its command once, reads at
-    // most once (16 bytes after an open or close, 200 after a segment
-    // command, nothing after a short write), and files its outcome: false
-    // for what is worth repeating, a refusal final (with "Seg<n>:" for a
-    // segment), and nothing for the close.
-    void outcomes_data()
-    {
-        QTest::addColumn<QByteArray>("slot");
-        QTest::addColumn<int>("segment");
+        QTest::addColumn<int>("retries");
+        QTest::addColumn<QByteArray>("command");
         QTest::addColumn<Answer>("answer");
-        QTest::addColumn<bool>("result");
-        QTest::addColumn<QString>("error");
-        QTest::addColumn<QList<QStringList>>("rows");
-        auto row = [](const char* name, const char* slot, int segment, const Answer& answer,
-                      bool result, const QString& error, const QList<QStringList>& rows = {}) {
-            QTest::newRow(name) << QByteArray(slot) << segment << answer << result << error << rows;
-        };
-        auto reply = [](const QByteArray& bytes) { return Answer::withReply(bytes); };
-        const auto cut = Answer::shortWrite;
-        const QString opening = "Opening the Program 7 file fail. Error Code %1.";
-        const QString reading = "Reading the Program 7 file fail. Error Code %1.";
-        const QString writing = "Write File Fail. Error Code %1.";
-        const QByteArray rec2 = sampleRecord(2);
-        const QList<QStringList> placeholder{("SEG2" + QString("|----").repeated(25)).split('|')};
-        const char *openR = "openFileForRead", *openW = "openFileForWrite";
-        const char *read = "readFile", *write = "writeFile", *close = "closeFile";
-        row("open: short write", openR, 0, cut(0), false, opening.arg(3));
-        row("open: other station", openR, 0, reply(ScriptedPort::framed("0200X00")), false,
-            opening.arg(1));
-        row("open: refused, nothing more", openR, 0, reply(status("50")), true,
-            "File is already open.");
-        row("open W: short write", openW, 0, cut(14), false, opening.arg(13));
-        row("open W: cut header", openW, 0, reply(ScriptedPort::framed("0100")), false,
-            opening.arg(11));
-        row("open W: refused, nothing more", openW, 0, reply(status("59")), true,
-            "File OPEN, File block WRITE and File DELETE are inhibited.");
-        row("read: refused, row kept", read, 2, reply(status("52")), true,
-            "Seg2:Program number or segment number is in error. No program in the segment.",
-            placeholder);
-        row("read: unknown status", read, 2, reply(status("43")), true, "Seg2:", placeholder);
-        row("read: short write", read, 2, cut(5), false, reading.arg(4));
-        row("read: reply after the one read", read, 2, Answer::withReply(readReply(7, 2, rec2), 1),
-            false, reading.arg(1));
-        row("read: segment 1 with a short record", read, 1, reply(readReply(7, 1, rec2)), false,
-            reading.arg(2));
-        row("read: record a digit short", read, 2, reply(readReply(7, 2, rec2.left(91))), false,
-            reading.arg(2));
-        row("read: record a digit long", read, 2, reply(readReply(7, 2, rec2 + "0")), false,
-            reading.arg(2));
-        row("write: short write", write, 3, cut(10), false, writing.arg(22));
-        row("write: wrong header", write, 3, reply(ScriptedPort::framed("0100Y00")), false,
-            writing.arg(21));
-        row("write: refused", write, 3, reply(status("57")), true,
-            "Seg3:Block data of File block WRITE is in error.");
-        row("close: refused, not reported", close, 0, reply(status("51")), false, QString());
-        row("close: short write", close, 0, cut(3), false, QString());
+        QTest::addColumn<int>("times");
+        QTest::addColumn<int>("opens");
+        QTest::addColumn<int>("reads2");
+        QTest::addColumn<QStringList>("log");
+        QTest::addColumn<QList<int>>("saved"); // none: no file
+        const QString read1 = "Reading the Program 1 file fail. Error Code 1.";
+        const QString open1 = "Opening the Program 1 file fail. Error Code 1.";
+        const QString segmentOver =
+            "The retry time of reading the Program 1 file is over %1 times.";
+        const QString attemptOver = "Read File retry time is over %1 times.";
+        const QByteArray read2 = "0100XFR,1,2";
+        QTest::newRow("0 retries: segment lost, the read goes on")
+            << 0 << read2 << Answer::shortWrite(5) << 1 << 1 << 1
+            << QStringList{"Reading the Program 1 file fail. Error Code 4."} << QList<int>{1, 3};
+        QTest::newRow("2 retries: segment through at the last")
+            << 2 << read2 << Answer() << 2 << 1 << 3 << QStringList{read1, read1}
+            << QList<int>{1, 2, 3};
+        QTest::newRow("1 retry: repeated attempt from an empty table")
+            << 1 << read2 << Answer() << 2 << 2 << 3
+            << QStringList{read1, read1, segmentOver.arg(1)} << QList<int>{1, 2, 3};
+        const QStringList attempt{read1, read1, read1, segmentOver.arg(2)};
+        QTest::newRow("2 retries: segment never through")
+            << 2 << read2 << Answer() << -1 << 3 << 9
+            << (QStringList(attempt) << "First retry." << attempt << attempt << attemptOver.arg(2))
+            << QList<int>{};
+        QTest::newRow("0 retries: open cut short")
+            << 0 << QByteArray("0100XFO") << Answer::shortWrite(0) << 1 << 1 << 0
+            << QStringList{"Opening the Program 1 file fail. Error Code 3."} << QList<int>{};
+        QTest::newRow("4 retries: open never through, labelled repeats")
+            << 4 << QByteArray("0100XFO") << Answer() << -1 << 5 << 0
+            << QStringList{open1,         "First retry.", open1, "Second retry.",   open1,
+                           "3 st retry.", open1,          open1, attemptOver.arg(4)}
+            << QList<int>{};
     }
-    void outcomes()
+    void readRetries()
     {
-        QFETCH(QByteArray, slot);
-        QFETCH(int, segment);
-        QFETCH(Answer, answer);
-        QFETCH(QString, error);
-        QFETCH(QList<QStringList>, rows);
+        QFETCH(int, times);
+        QFETCH(QList<int>, saved);
+        QFETCH(QStringList, log);
         WorkflowRig rig;
-        rig.port.setRetryCount(3);
-        rig.port.addAnswer("", answer);
-        QList<QStringList> datas{{"earlier row"}};
-        QStringList errors{"earlier message"};
-        QTEST(call(rig.worker(), slot, segment, datas, errors), "result");
-        QCOMPARE(errors, QStringList{"earlier message"} +
-                             (error.isNull() ? QStringList() : QStringList{error}));
-        QCOMPARE(datas, QList<QStringList>{{"earlier row"}} + rows);
-        const QByteArray s = QByteArray::number(segment);
-        const QMap<QByteArray, QPair<QByteArray, int>> sent{
-            {"openFileForRead", {"0100XFO,7,R,0", 16}},
-            {"openFileForWrite", {"0100XFO,7,W,0", 16}},
-            {"readFile", {"0100XFR,7," + s, 200}},
-            {"writeFile", {"0100XFW,7," + s + ',' + sampleRecord(segment), 200}},
-            {"closeFile", {"0100XFC,7", 16}}};
-        QStringList trace{"option 12=0 (int)",
-                          "write " + ScriptedPort::framed(sent[slot].first).toHex()};
-        if (answer.kind != Answer::Kind::ShortWrite)
-            trace << QStringLiteral("read %1").arg(sent[slot].second);
-        QCOMPARE(rig.port.trace(), trace);
-        QVERIFY(rig.events().isEmpty());
-        QVERIFY(rig.files().isEmpty());
+        QFETCH(int, retries);
+        rig.port.setRetryCount(retries);
+        QFETCH(QByteArray, command);
+        QFETCH(Answer, answer);
+        rig.port.addAnswer(command, answer, times < 0 ? ScriptedPort::Forever : times);
+        scriptProgram(rig.port, 1, 3);
+        rig.worker().readProgramFileProcess(1, 3, 0);
+
+        const QList<QByteArray> sent = rig.port.sentCommands();
+        QTEST(sent.count("0100XFO,1,R,0"), "opens");
+        QTEST(sent.count("0100XFR,1,2"), "reads2");
+        QCOMPARE(sent.count("0100XFC,1"), saved.isEmpty() ? 0 : 1);
+        QCOMPARE(rig.events().filter(QRegularExpression("^R[EF] ")), (QStringList{"RF 0", "RE 1"}));
+        QCOMPARE(fileBytes(rig.usbFile("READ_PROG_1_ERROR.txt")),
+                 "Program 1:\n" + log.join('\n').toUtf8());
+        QCOMPARE(fileBytes(rig.usbFile("PROG_1.txt")),
+                 saved.isEmpty() ? QByteArray("<missing>") : programFile(sampleRows(saved)));
     }
 
-    // The runtime may hand over another port, or none, at any time: each
-    // step uses the port current then, and with none a command counts as a
-    // send that did not go through.
-    void portReplaced()
+    // Program 12 of ten segments (records one and two places later), on the
+    // line; the save fails: the user is told, RF drops at once, no log.
+    void readOnTheLineSaveFails()
     {
         WorkflowRig rig;
-        ScriptedPort next;
-        next.addAnswer("", Answer::withReply(status("00")));
-        const QByteArray primer = ScriptedPort::framed("0100XFW,7,1,0");
-        next.writeBytes(primer.constData(), primer.size()); // leaves the reply pending
-        rig.port.setResponder([&rig, &next](const QByteArray&) {
-            rig.worker().setInterface(&next);
-            return Answer::noReply();
-        });
-        QList<QStringList> datas;
-        QStringList errors;
-        QVERIFY(call(rig.worker(), "writeFile", 2, datas, errors));
-        QCOMPARE(next.trace().filter("read "), QStringList{"read 200"});
-        rig.worker().setInterface(nullptr);
-        QVERIFY(!call(rig.worker(), "readFile", 2, datas, errors));
-        call(rig.worker(), "closeFile", 0, datas, errors);
-        QCOMPARE(errors, QStringList{"Reading the Program 7 file fail. Error Code 4."});
-        QVERIFY(datas.isEmpty());
+        QVERIFY(QDir().mkpath(rig.usbFile("PROG_12.txt")));
+        scriptProgram(rig.port, 12, 10);
+        rig.worker().readProgramFileProcess(12, 10, 0);
+        QStringList trace, events;
+        for (int s = 0; s <= 11; ++s) {
+            const QByteArray command = s == 0    ? "FO,12,R,0"
+                                       : s == 11 ? "FC,12"
+                                                 : "FR,12," + QByteArray::number(s);
+            trace << "option 12=0 (int)"
+                  << "write " + ScriptedPort::framed("0100X" + command).toHex()
+                  << (command.startsWith("FR") ? "read 200" : "read 16");
+            if (s > 0 && s < 11)
+                events << QString("read %1").arg(10 * s);
+        }
+        QCOMPARE(rig.port.trace(), trace);
+        QCOMPARE(rig.events(),
+                 (events + QStringList{"message DCP30: File cannot be opened.", "RF 0", "RF 0"}));
+        QVERIFY(!QFile::exists(rig.usbFile("READ_PROG_12_ERROR.txt")));
+    }
+
+    // The file's rows (none: no file), a command always cut short, events
+    // before "WF 0", commands sent (0 the open, -1 the close) and the log.
+    void writes_data()
+    {
+        QTest::addColumn<QList<QStringList>>("rows");
+        QTest::addColumn<int>("segments");
+        QTest::addColumn<QByteArray>("cut");
+        QTest::addColumn<QStringList>("events");
+        QTest::addColumn<QList<int>>("sent");
+        QTest::addColumn<QStringList>("log"); // empty: none
+        const QList<QStringList> three = sampleRows({1, 2, 3});
+        const QString noColon = "\t\tThe format of TM is incorrect. There is no \":\" symbol.";
+        QList<QStringList> beyond = sampleRows({1, 2, 3, 4}), invalid2 = three,
+                           allInvalid = sampleRows({1, 2});
+        beyond[3][2] = "x";
+        invalid2[1][1] = "10000";
+        invalid2[1][19] = "9";
+        allInvalid[0][2] = "1.30";
+        allInvalid[1][2] = "----";
+        QTest::newRow("3 rows for 5 segments")
+            << three << 5 << QByteArray() << QStringList{"write 33", "write 66", "write 100"}
+            << QList<int>{0, 1, 2, 3, -1}
+            << QStringList{"Segment 4 has no data in the csv file. Please check it.",
+                           "Segment 5 has no data in the csv file. Please check it."};
+        QTest::newRow("rows beyond the count ignored")
+            << beyond << 2 << QByteArray() << QStringList{"write 50", "write 100"}
+            << QList<int>{0, 1, 2, -1} << QStringList();
+        QTest::newRow("row 2 of 3 fails its checks")
+            << invalid2 << 3 << QByteArray() << QStringList{"write 50", "write 100"}
+            << QList<int>{0, 1, 3, -1}
+            << QStringList{"\n\tSegment 2 has following format error : ",
+                           "\t\tSP1 [10000] is out of range (-1999 ~ 9999).",
+                           "\t\tPID1 [9] is out of range (0 ~ 8)."};
+        QTest::newRow("all rows invalid: opened and closed")
+            << allInvalid << 2 << QByteArray() << QStringList() << QList<int>{0, -1}
+            << QStringList{"\n\tSegment 1 has following format error : ", noColon,
+                           "\n\tSegment 2 has following format error : ", noColon,
+                           "\nThere is no data to write out. Maybe the format of all segments "
+                           "are incorrect."};
+        QTest::newRow("no file: the user is told, nothing sent")
+            << QList<QStringList>{} << 2 << QByteArray()
+            << QStringList{"message DCP30: File cannot be opened.\nPlease select the right file."}
+            << QList<int>{} << QStringList();
+        QTest::newRow("open cut short, 0 retries")
+            << three << 3 << QByteArray("0100XFO") << QStringList() << QList<int>{0}
+            << QStringList{"Opening the Program 1 file fail. Error Code 13."};
+        QTest::newRow("segment cut short, 0 retries: the next goes on")
+            << three << 3 << QByteArray("0100XFW,1,2")
+            << QStringList{"write 33", "write 66", "write 100"} << QList<int>{0, 1, 2, 3, -1}
+            << QStringList{"Write File Fail. Error Code 22."};
+    }
+    void writes()
+    {
+        QFETCH(QList<QStringList>, rows);
+        QFETCH(QByteArray, cut);
+        QFETCH(QStringList, events);
+        QFETCH(QList<int>, sent);
+        QFETCH(QStringList, log);
+        WorkflowRig rig;
+        QFile file(rig.usbFile("PROG_1.txt"));
+        QVERIFY(rows.isEmpty() || (file.open(QIODevice::WriteOnly) &&
+                                   file.write(programFile(rows)) > 0 && file.flush()));
+        if (!cut.isEmpty())
+            rig.port.addAnswer(cut, Answer::shortWrite(1), ScriptedPort::Forever);
+        scriptProgram(rig.port, 1, 0);
+        QFETCH(int, segments);
+        rig.worker().writeProgramFileProcess({-1999, 9999, 0, 0, 0}, 1, segments, 0);
+
+        QList<QByteArray> commands;
+        for (int s : sent)
+            commands << (s == 0  ? "0100XFO,1,W,0"
+                         : s < 0 ? "0100XFC,1"
+                                 : "0100XFW,1," + QByteArray::number(s) + ',' + sampleRecord(s));
+        QCOMPARE(rig.port.sentCommands(), commands);
+        QCOMPARE(rig.events(),
+                 events << "WF 0" << (log.isEmpty() ? QStringList() : QStringList{"WE 1"}));
+        QCOMPARE(fileBytes(rig.usbFile("WRITE_PROG_1_ERROR.txt")),
+                 log.isEmpty() ? "<missing>" : "Program 1:\n" + log.join('\n').toUtf8());
     }
 };
 

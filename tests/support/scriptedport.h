@@ -5,85 +5,113 @@
 
 #include <QByteArray>
 #include <QList>
-#include <QMutexLocker>
+#include <QMutex>
 #include <QStringList>
 #include <QVariant>
 
 #include <atomic>
-#include <functional>
+#include <cstring>
 
-// An in-memory port for unit tests and fuzzing: it logs every call and
-// answers each written command (the text between STX and ETX) from a script.
-// A rule's key matches a command equal to it or starting with key + ",", so
-// "0100XFR,1,1" is the read of segment 1, not of 10; an empty key matches
-// all. Rules are tried in the order added, each `times` times (or Forever);
-// an unmatched command gets the responder's answer, else the default answer.
-// A reply joins the unread input, which setOption(OptionPrepareCommand)
-// drops, as the runtime's ports do; readBytes hands out at most maxLength
-// (and the read chunk) bytes. Thread-safe: the worker's thread calls it
-// while the test scripts and inspects it.
+// An in-memory port that logs every call and answers a command (the text
+// between STX and ETX) by the first rule whose key is empty, equals it or
+// starts it followed by ","; unread replies go at the prepare option.
 class ScriptedPort : public AbstractDeviceInterface
 {
 public:
     struct Answer {
-        enum class Kind { Reply, NoReply, ShortWrite };
-        Kind kind = Kind::NoReply;
         QByteArray reply;
         int emptyReadsBefore = 0; // reads that find nothing before the reply
-        int writtenCount = 0;     // what writeBytes returns for a short write
+        int writtenCount = -1;    // what writeBytes returns; -1: the whole frame
 
-        static Answer withReply(const QByteArray& bytes, int emptyReadsBefore = 0)
-        {
-            return {Kind::Reply, bytes, emptyReadsBefore, 0};
-        }
+        static Answer withReply(const QByteArray& bytes, int empty = 0) { return {bytes, empty}; }
         static Answer noReply() { return {}; }
-        static Answer shortWrite(int count) { return {Kind::ShortWrite, {}, 0, count}; }
+        static Answer shortWrite(int count) { return {{}, 0, count}; }
     };
-
     static constexpr int Forever = -1;
-    // Gets the whole frame; called without the port's lock, in the writer's
-    // thread, so it may call back into the port or the code under test.
-    using Responder = std::function<Answer(const QByteArray& frame)>;
 
-    static QByteArray framed(const QByteArray& text); // STX text ETX CR LF
-
+    static QByteArray framed(const QByteArray& text) { return '\x02' + text + "\x03\r\n"; }
     void addAnswer(const QByteArray& key, const Answer& answer, int times = 1)
     {
         QMutexLocker lock(&mutex);
         rules.append(Rule{key, answer, times});
     }
-    void setDefaultAnswer(const Answer& answer)
-    {
-        QMutexLocker lock(&mutex);
-        defaultAnswer = answer;
-    }
-    // A null responder restores the default answer.
-    void setResponder(Responder r)
-    {
-        QMutexLocker lock(&mutex);
-        responder = std::move(r);
-    }
     void setRetryCount(int count) { retries = count; }
-    // Most bytes per read, as a slow line delivers them (0: only maxLength).
-    void setReadChunk(int bytes) { readChunk = qMax(0, bytes); }
-    void reset(); // forgets script, log and input
+    void reset() // forgets script, log and input
+    {
+        QMutexLocker lock(&mutex);
+        rules.clear();
+        log.clear();
+        commands.clear();
+        pending.clear();
+        emptyReads = 0;
+    }
 
-    // What the port was asked, in order: "option 12=0 (int)" (code, value and
-    // its type), "write <frame in hex>", "read <maxLength>".
-    QStringList trace() const;
-    QList<QByteArray> sentFrames() const;
-    QList<QByteArray> sentCommands() const; // text between STX and ETX
+    // In order: "option 12=0 (int)", "write <frame in hex>", "read <maxLength>".
+    QStringList trace() const
+    {
+        QMutexLocker lock(&mutex);
+        return log;
+    }
+    QList<QByteArray> sentCommands() const
+    {
+        QMutexLocker lock(&mutex);
+        return commands;
+    }
 
     bool open() override { return true; }
     void close() override {}
     bool isOpen() const override { return true; }
-    int readBytes(char* buffer, int maxLength) override;
     QString portName() const override { return QStringLiteral("scripted"); }
-    int writeBytes(const char* data, int length) override;
-    bool setOption(int code, const QVariant& value) override;
     int retryCount() override { return retries; }
+    int readBytes(char* buffer, int maxLength) override
+    {
+        QMutexLocker lock(&mutex);
+        log << QStringLiteral("read %1").arg(maxLength);
+        if ((emptyReads > 0 && emptyReads--) || !buffer || maxLength <= 0)
+            return 0;
+        const QByteArray data = pending.left(maxLength);
+        pending.remove(0, data.size());
+        std::memcpy(buffer, data.constData(), size_t(data.size()));
+        return data.size();
+    }
+    int writeBytes(const char* data, int length) override
+    {
+        const QByteArray frame = (data && length > 0) ? QByteArray(data, length) : QByteArray();
+        const QByteArray command = commandOf(frame);
+        QMutexLocker lock(&mutex);
+        log << QStringLiteral("write ") + QString::fromLatin1(frame.toHex());
+        commands << command;
+        Answer answer;
+        for (int i = 0; i < rules.size(); ++i) {
+            const QByteArray& key = rules[i].key;
+            if (key.isEmpty() || command == key || command.startsWith(key + ',')) {
+                answer = rules[i].answer;
+                if (rules[i].remaining != Forever && --rules[i].remaining <= 0)
+                    rules.removeAt(i);
+                break;
+            }
+        }
+        pending += answer.reply;
+        emptyReads = answer.emptyReadsBefore;
+        return answer.writtenCount < 0 ? frame.size() : answer.writtenCount;
+    }
+    bool setOption(int code, const QVariant& value) override
+    {
+        QMutexLocker lock(&mutex);
+        log << QString("option %1=%2 (%3)").arg(code).arg(value.toString(), value.typeName());
+        if (code == OptionPrepareCommand) {
+            pending.clear();
+            emptyReads = 0;
+        }
+        return true;
+    }
 
 private:
+    static QByteArray commandOf(const QByteArray& frame)
+    {
+        const int start = frame.indexOf('\x02'), end = frame.indexOf('\x03', start + 1);
+        return start < 0 || end < 0 ? frame : frame.mid(start + 1, end - start - 1);
+    }
     struct Rule {
         QByteArray key;
         Answer answer;
@@ -91,12 +119,10 @@ private:
     };
     mutable QMutex mutex;
     QList<Rule> rules;
-    Answer defaultAnswer;
-    Responder responder;
-    std::atomic<int> readChunk{0};
     QStringList log;
-    QByteArray pendingInput;
-    int pendingEmptyReads = 0;
+    QList<QByteArray> commands;
+    QByteArray pending;
+    int emptyReads = 0;
     std::atomic<int> retries{0};
 };
 
