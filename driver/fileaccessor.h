@@ -28,8 +28,6 @@ class FileAccessor : public QObject
     friend class FileAccessorTest; // unit tests reach the private helpers
     friend class DriverCoreTest;
     friend class ExchangeTest;
-    friend class ReadWorkflowTest;
-    friend class WriteWorkflowTest;
     friend struct ReplyHandlingFuzz;
 
 public:
