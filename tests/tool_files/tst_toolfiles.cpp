@@ -135,6 +135,24 @@ private slots:
                  "Program 1:\n" + lines.mid(2).join(QLatin1Char('\n')));
     }
 
+    // A wide table is cut into column groups of at most 100 columns, each led
+    // by the labels, with every column aligned under its title.
+    void showAlignsColumnGroups()
+    {
+        const QString file = writeProgram(dir.filePath(QStringLiteral("show.txt")),
+                                          rows(2, {{2, Sp1, "123456"}}));
+        const E2e::ToolRun run = E2e::runTool({"show", file});
+        QVERIFY2(run.ok(0), qPrintable(run.describe()));
+        const QStringList lines = run.out.split(QLatin1Char('\n'));
+        const QStringList headers = lines.filter(QRegularExpression("^-  "));
+        QVERIFY(headers.size() > 1);
+        for (const QString& line : lines)
+            QVERIFY2(line.size() <= 100, qPrintable(line));
+        const int header = lines.indexOf(headers.first());
+        QCOMPARE(lines.at(header + 2).indexOf("123456"), headers.first().indexOf("SP1"));
+        QVERIFY(lines.at(header + 2).startsWith("SEG2 ") && lines.at(header + 1).contains("----"));
+    }
+
     void compare_data()
     {
         QTest::addColumn<QString>("sp"); // segment 2's SP1 in B
