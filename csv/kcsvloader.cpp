@@ -1,5 +1,7 @@
 #include "csv/kcsvloader.h"
 
+#include "common/durablefile.h"
+
 #include <QApplication>
 #include <QCoreApplication>
 #include <QFile>
@@ -7,6 +9,7 @@
 #include <QFileInfo>
 #include <QMessageBox>
 #include <QMetaMethod>
+#include <QSaveFile>
 #include <QSettings>
 #include <QTextCodec>
 #include <QTextStream>
@@ -393,8 +396,12 @@ bool KCSVSaver::saveFile(const QList<QStringList>& datas, const QString& fileNam
 
     settings.setValue(DEFAULT_DIR_KEY, QFileInfo(fileName).path());
 
-    QFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+    // The table goes to a temporary file beside the target, which replaces
+    // the target only once every byte is on the medium: a full medium, a
+    // pulled stick or a kill midway leaves the previous file as it was.
+    QSaveFile file(fileName);
+    if (!DurableFile::isRegularOrAbsent(fileName) ||
+        !file.open(QIODevice::WriteOnly | QIODevice::Text)) {
         if (gui)
             QMessageBox::warning(m_parentWidget, tr("File cannot be opened."),
                                  tr("File cannot be opened."), QMessageBox::Ok);
@@ -434,8 +441,9 @@ bool KCSVSaver::saveFile(const QList<QStringList>& datas, const QString& fileNam
     // A full or removed medium shows up only while writing; a truncated
     // program file must not pass as saved.
     const bool written = stream.status() == QTextStream::Ok && file.error() == QFileDevice::NoError;
-    file.close();
-    if (!written || file.error() != QFileDevice::NoError) {
+    if (!written)
+        file.cancelWriting();
+    if (!written || !DurableFile::commit(file)) {
         if (gui)
             QMessageBox::warning(m_parentWidget, tr("File cannot be written."),
                                  tr("File cannot be written."), QMessageBox::Ok);

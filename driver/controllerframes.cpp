@@ -151,4 +151,12 @@ QString segmentField(const QString& text, int program, int segment)
     return text.mid(segmentFieldPosition(program, segment));
 }
 
+bool answersSegmentRead(const QString& text, int program, int segment)
+{
+    constexpr int echoStart = 8; // after STX, "0100X" and the status
+    const int fieldStart = segmentFieldPosition(program, segment);
+    return QStringView(text).mid(echoStart, fieldStart - echoStart) ==
+           QStringLiteral(",FR,%1,%2,").arg(program).arg(segment);
+}
+
 } // namespace ControllerFrames

@@ -100,6 +100,9 @@ int segmentFieldLength(int segment);
 // The field itself: from segmentFieldPosition to the end of the text (empty
 // when the text is shorter).
 QString segmentField(const QString& text, int program, int segment);
+// True when a file-read reply echoes the request: the text between the
+// status and the segment field reads ",FR,<program>,<segment>,".
+bool answersSegmentRead(const QString& text, int program, int segment);
 
 } // namespace ControllerFrames
 

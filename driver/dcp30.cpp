@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include <future>
+#include <memory>
 
 namespace
 {
@@ -128,15 +129,39 @@ void DriverDCP30::setFileAccessorSignalSlot()
 
 // The worker is never deleted inside one of its slots and the thread object
 // never while it runs: a transfer is asked to stop at its next wait (one
-// controller exchange at most), the thread's event loop is left and joined,
-// and only then are both deleted. Requests still queued are dropped.
+// controller exchange at most, then one close of the controller's file),
+// the thread's event loop is left and joined, and only then are both
+// deleted. Requests still queued are dropped. A worker that does not come
+// back within WorkerJoinMs is stuck outside the driver's reach; it loses
+// the port and deletes itself, with its thread, when it returns.
 void DriverDCP30::stopWorker()
 {
     if (!workerThread)
         return;
     fileAccessor->requestAbort();
     workerThread->quit();
-    workerThread->wait();
+    if (!workerThread->wait(WorkerJoinMs)) {
+        qCWarning(dcp30Event) << "worker still busy after" << WorkerJoinMs
+                              << "ms; left to end on its own";
+        fileAccessor->setInterface(nullptr);
+        FileAccessor* worker = fileAccessor;
+        QThread* thread = workerThread;
+        // Whoever comes second (the thread ending, or this check after the
+        // connection) cleans up; the flag makes sure only one does.
+        const auto cleaned = std::make_shared<std::atomic<bool>>(false);
+        const auto cleanUp = [worker, thread, cleaned] {
+            if (cleaned->exchange(true))
+                return;
+            delete worker;
+            thread->deleteLater();
+        };
+        connect(thread, &QThread::finished, thread, cleanUp, Qt::DirectConnection);
+        if (thread->isFinished())
+            cleanUp();
+        fileAccessor = nullptr;
+        workerThread = nullptr;
+        return;
+    }
     delete fileAccessor;
     fileAccessor = nullptr;
     delete workerThread;
@@ -289,20 +314,27 @@ bool DriverDCP30::write(AbstractDeviceInterface* port, const CommunicatorCommand
 
 QList<int> DriverDCP30::getWriteParameters()
 {
+    QList<int> paras;
     if (!companionDriver)
-        return QList<int>{0, 0, 0, 0, 0};
+        return paras;
     AbstractDeviceInterface* port = device.load(Relaxed);
     CommunicatorCommand command;
     command.dataType = CommunicatorCommand::DoubleWordKind;
     command.address = QStringLiteral("RAM4509");
     command.count = 2;
-    // Short answers give the value of the bytes present, none gives 0.
+    // A short answer would give a made-up limit (the bytes present, or 0):
+    // the list stops there instead.
     const QByteArray limits = companionDriver->read(port, command);
-    QList<int> paras{QByteArrayToInt(limits.mid(0, 4)), QByteArrayToInt(limits.mid(4, 4))};
+    if (limits.size() < 8)
+        return paras;
+    paras << QByteArrayToInt(limits.mid(0, 4)) << QByteArrayToInt(limits.mid(4, 4));
     command.count = 1;
     for (const char* address : {"RAM3501", "RAM3505", "RAM3509"}) {
         command.address = QString::fromLatin1(address);
-        paras << QByteArrayToInt(companionDriver->read(port, command).left(4));
+        const QByteArray kind = companionDriver->read(port, command);
+        if (kind.size() < 4)
+            break;
+        paras << QByteArrayToInt(kind.left(4));
     }
     return paras;
 }

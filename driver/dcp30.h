@@ -40,6 +40,10 @@ public:
     static constexpr const char* CompanionLibraryProperty = "DCP30CompanionLibrary";
     // How many read() calls keep hasError() raised after a message.
     static constexpr int ErrorHoldReads = 100;
+    // How long take-down waits for the worker's thread. A worker stuck in a
+    // call that never returns (a hung medium, a port that blocks) is left to
+    // finish on its own rather than holding up the runtime for good.
+    static constexpr int WorkerJoinMs = 3000;
 
     // Passive unless the application object carries the property "hvx_env":
     // then the companion driver is loaded (if it can be) and the worker
@@ -71,7 +75,9 @@ public:
     void clearError();
     // The five controller parameters a program write needs, read through the
     // companion driver with the latest port: SP1 low and high limit, kinds of
-    // events 1 to 3. Zeros where the companion has nothing to say.
+    // events 1 to 3. Only values that came back in full count: the list ends
+    // before the first read that was answered short or not at all (empty
+    // without a companion), and the worker refuses a write that lacks any.
     QList<int> getWriteParameters();
 
 signals:

@@ -1,5 +1,6 @@
 #include "driver/fileaccessor.h"
 
+#include "common/durablefile.h"
 #include "csv/kcsvloader.h"
 #include "driver/logging.h"
 
@@ -7,6 +8,8 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
 #include <QTextStream>
 #include <QThread>
 #include <QVariant>
@@ -121,9 +124,14 @@ bool FileAccessor::abortRequested() const
     return abortFlag.load(std::memory_order_relaxed);
 }
 
+qint64 FileAccessor::scaledWaitMs(int ms) const
+{
+    return ms <= 0 ? 0 : qMax<qint64>(1, qint64(ms) * waitScalePercent / 100);
+}
+
 bool FileAccessor::pause(int ms)
 {
-    const qint64 total = ms <= 0 ? 0 : qMax<qint64>(1, qint64(ms) * waitScalePercent / 100);
+    const qint64 total = scaledWaitMs(ms);
     QElapsedTimer clock;
     clock.start();
     for (;;) {
@@ -217,14 +225,35 @@ quint8 FileAccessor::progressPercent(int done, int total)
 bool FileAccessor::runAttempts(const std::function<bool(QStringList&)>& attempt,
                                QStringList& errorList, const QString& overMessage)
 {
+    // An attempt that did not end regularly may leave the controller's file
+    // open; closed before the next attempt (or the end), the repeated open
+    // is not refused for a file this panel itself left open.
+    const auto release = [this](QStringList& list) {
+        if (!abortRequested())
+            releaseControllerFile(list);
+    };
     bool done = attempt(errorList);
+    if (!done)
+        release(errorList);
     // The retry count is asked anew at every comparison: the runtime may
     // change the port's settings while a transfer runs.
     for (int r = 1; !done && !abortRequested() && r <= retries(); ++r) {
         QStringList attemptList;
         done = attempt(attemptList);
-        if (done || abortRequested())
-            break; // a repeat that went through leaves no messages behind
+        if (!done)
+            release(attemptList);
+        if (abortRequested())
+            break;
+        if (done) {
+            // A repeat that went through cleanly leaves nothing behind; one
+            // that ended with messages (a refused open, say) keeps them, or
+            // the log would not tell how the transfer ended.
+            if (!attemptList.isEmpty()) {
+                attemptList.prepend(retryLabel(r));
+                errorList << attemptList;
+            }
+            break;
+        }
         if (r < retries()) {
             attemptList.prepend(retryLabel(r));
             errorList << attemptList;
@@ -235,7 +264,56 @@ bool FileAccessor::runAttempts(const std::function<bool(QStringList&)>& attempt,
             break;
         }
     }
-    return !abortRequested();
+    if (abortRequested()) {
+        releaseControllerFile(errorList);
+        return false;
+    }
+    return true;
+}
+
+QStringList FileAccessor::placeholderRow(int segment)
+{
+    // TIME has no "not set" form, so the row can never pass the checks of a
+    // write: written back, the segment is reported as a format error (a
+    // visible gap) instead of being filled with another segment's data.
+    QStringList row{QStringLiteral("SEG%1").arg(segment)};
+    for (int cell = 1; cell < SegmentCodec::ColumnCount; ++cell)
+        row << QStringLiteral("----");
+    return row;
+}
+
+QString FileAccessor::parameterReadFailure(const QList<int>& paras, int programID)
+{
+    struct Read {
+        const char* address;
+        const char* meaning;
+    };
+    static const Read reads[] = {{"RAM4509", "SP1 low limit"},  {"RAM4509", "SP1 high limit"},
+                                 {"RAM3501", "kind of event 1"}, {"RAM3505", "kind of event 2"},
+                                 {"RAM3509", "kind of event 3"}};
+    if (paras.size() >= 5)
+        return QString();
+    const Read& failed = reads[qMax(0, int(paras.size()))];
+    return QStringLiteral("Reading %1 (%2) from the controller fail. The Program %3 file was not "
+                          "written, nothing was checked against made-up limits.")
+        .arg(QLatin1String(failed.address), QLatin1String(failed.meaning))
+        .arg(programID);
+}
+
+QString FileAccessor::programFileProblem(const QString& fileName)
+{
+    const QString name = QFileInfo(fileName).fileName();
+    QString what;
+    if (!DurableFile::isRegularOrAbsent(fileName, &what))
+        return QStringLiteral("%1 is %2, not a program file. It was not opened.").arg(name, what);
+    const qint64 size = QFileInfo(fileName).size();
+    if (size > MaxProgramFileBytes)
+        return QStringLiteral("%1 is too large for a program file (%2 bytes, at most %3). It was "
+                              "not loaded.")
+            .arg(name)
+            .arg(size)
+            .arg(MaxProgramFileBytes);
+    return QString();
 }
 
 bool FileAccessor::retrySegment(const std::function<bool()>& step, int programID,
@@ -261,6 +339,7 @@ bool FileAccessor::retrySegment(const std::function<bool()>& step, int programID
 bool FileAccessor::mediumReady(int programID, int storageType)
 {
     transferStorageType = storageType;
+    transferFresh = true;
     bool ok = false;
     getFileName(programID, ok); // only tests the medium; the workflows name their files later
     return ok;
@@ -295,8 +374,11 @@ bool FileAccessor::writeErrorLog(int type, int programID, QStringList errorList)
     const QString fileName = getErrorLogFileName(type, programID, ok);
     if (!ok)
         return false;
-    QFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+    // Replaced whole or not at all: a full medium keeps the previous log
+    // rather than leaving an empty one.
+    QSaveFile file(fileName);
+    if (!DurableFile::isRegularOrAbsent(fileName) ||
+        !file.open(QIODevice::WriteOnly | QIODevice::Text)) {
         // Nobody to tell beyond the flag already raised: the medium refuses.
         qCWarning(dcp30Event) << "cannot write error log" << fileName << file.errorString();
         return false;
@@ -305,10 +387,9 @@ bool FileAccessor::writeErrorLog(int type, int programID, QStringList errorList)
         QTextStream stream(&file);
         stream << errorList.join(QLatin1Char('\n'));
     }
-    file.close();
-    const bool written = file.error() == QFileDevice::NoError;
+    const bool written = DurableFile::commit(file);
     if (!written)
-        qCWarning(dcp30Event) << "error log" << fileName << "incomplete:" << file.errorString();
+        qCWarning(dcp30Event) << "error log" << fileName << "not written:" << file.errorString();
     // The panel's user may pull the medium as soon as the flag shows.
     ::sync();
     return written;

@@ -50,6 +50,8 @@ public:
     // time has passed, false as soon as an abort is requested (also when it
     // was requested before the call).
     bool pause(int ms);
+    // ms scaled by the DCP30_WAIT_PERCENT setting (at least 1 for ms > 0).
+    qint64 scaledWaitMs(int ms) const;
     // The scale pause() applies, 1..100 (100 = the real waits).
     int waitPercent() const { return waitScalePercent; }
 
@@ -133,7 +135,8 @@ private slots:
     // Checks row segment - 1 of datas (no header row) and encodes it.
     bool validateDataRow(int segment, QList<QStringList>& datas, QString& outputData,
                          QStringList& errorList);
-    // Sends the close command; reports nothing, whatever happens.
+    // Sends the close command until the controller answers it (see
+    // closeControllerFile); reports nothing.
     void closeFile(int programID);
 
 private:
@@ -142,23 +145,48 @@ private:
         ExchangeOutcome outcome = ExchangeOutcome::SendFailure;
         // The received text (up to the first zero byte) once a reply was read.
         QString text;
+        // The controller's status code after a controller error.
+        QString statusCode;
         // The line for the caller's error list after a controller error:
         // "Seg<n>:" and the controller's message for the segment commands.
         QString errorLine;
     };
 
+    // Whether an exchange gives way to an abort. Only the one close sent
+    // while the driver is being taken down does not.
+    enum class OnAbort { GiveUp, CarryOn };
     // One command on the line: option 12 with 0, send, the fixed wait,
     // zeroed buffer, one bounded read, header and status check. Sends
     // nothing once an abort is requested; an abort during the wait ends it
     // without reading. Each step takes the port pointer current at that step.
+    // Keeps openProgram up to date.
     ExchangeResult exchange(ControllerFrames::Command command, int programID, int segment = 0,
-                            const QString& record = QString());
+                            const QString& record = QString(), OnAbort onAbort = OnAbort::GiveUp);
     // exchange() with its outcome filed in errorList: sendFailure or
     // headerFailure for those failures, the controller's line for a refusal.
     ExchangeResult reportedExchange(ControllerFrames::Command command, int programID, int segment,
                                     const QString& record, QStringList& errorList,
                                     const QString& sendFailure, const QString& headerFailure);
     QString& commandTemplate(ControllerFrames::Command command);
+    // The open command of both workflows, filed like reportedExchange. An
+    // open refused with status 50 as the first exchange of a transfer gets
+    // one close and one more open first: a session that died with the
+    // controller's file open must not lock the controller for good. A
+    // refusal with status 50 then means another client holds the file, and
+    // errorList says so after the controller's message.
+    ExchangeResult openControllerFile(ControllerFrames::Command command, int programID,
+                                      QStringList& errorList, const QString& sendFailure,
+                                      const QString& headerFailure);
+    // The close command, repeated (up to the retry count) until a reply
+    // with the controller's header comes back; any status counts, since the
+    // controller heard it ("not open" included). False after the last try,
+    // with a line in errorList saying the controller's file may still be
+    // open.
+    bool closeControllerFile(int programID, QStringList& errorList);
+    // After an attempt that did not end regularly: closes the controller's
+    // file if the attempt may have left it open, so that the next attempt
+    // or transfer can open it. During a take-down, one close at most.
+    void releaseControllerFile(QStringList& errorList);
     // The port's retry count, asked anew at every call; 0 without a port.
     int retries();
     // "First retry.", "Second retry.", "<r> st retry.".
@@ -171,6 +199,22 @@ private:
     // last one. False when an abort cut the attempts short.
     bool runAttempts(const std::function<bool(QStringList&)>& attempt, QStringList& errorList,
                      const QString& overMessage);
+    // A read's row for a segment that ended without data (refused by the
+    // controller, or lost on the line with no retries left): its label and
+    // "----" in every other cell, so that row n stays segment n.
+    static QStringList placeholderRow(int segment);
+    // Before a write touches the controller, the five write parameters must
+    // all have come back in full: the driver hands over the values it read
+    // completely, in order, and stops at the first short answer. Empty when
+    // all five are there; else the log line naming the read that failed.
+    static QString parameterReadFailure(const QList<int>& paras, int programID);
+    // The program file may be loaded: absent (the loader reports that) or a
+    // regular file of at most MaxProgramFileBytes. Else the user's message;
+    // a FIFO, a device or a directory is never opened.
+    static QString programFileProblem(const QString& fileName);
+    // Far above any program file (30 rows of 26 short cells in UTF-16 take
+    // about 12 KiB), far below what would strain a panel's memory.
+    static constexpr qint64 MaxProgramFileBytes = 1 << 20;
     // First steps of both transfers: remembers the medium and tests it (the
     // user is told when it is missing). False: the transfer ends here.
     bool mediumReady(int programID, int storageType);
@@ -224,6 +268,13 @@ private:
     int ev2Type = 0;
     int ev3Type = 0;
     int transferStorageType = 0;
+
+    // The program whose file the controller may hold open for this worker:
+    // an open command went out and no close has been answered since. 0 when
+    // none.
+    int openProgram = 0;
+    // True until the first exchange of the running transfer has gone out.
+    bool transferFresh = false;
 
     std::atomic<bool> abortFlag{false};
     int waitScalePercent = 100;

@@ -6,6 +6,7 @@
 #include "driver/fileaccessor.h"
 #include "driver/logging.h"
 
+#include <QThread>
 #include <QVariant>
 
 #include <cstring>
@@ -52,10 +53,11 @@ int FileAccessor::retries()
 }
 
 FileAccessor::ExchangeResult FileAccessor::exchange(Command command, int programID, int segment,
-                                                    const QString& record)
+                                                    const QString& record, OnAbort onAbort)
 {
     ExchangeResult result;
-    if (abortRequested()) {
+    const bool giveUp = onAbort == OnAbort::GiveUp;
+    if (giveUp && abortRequested()) {
         result.outcome = ExchangeOutcome::Aborted;
         return result;
     }
@@ -70,12 +72,21 @@ FileAccessor::ExchangeResult FileAccessor::exchange(Command command, int program
     AbstractDeviceInterface* p = port();
     const int written = p ? p->writeBytes(frame.constData(), frame.size()) : -1;
     qCDebug(dcp30Wire) << "sent" << frame.toHex(' ') << "accepted" << written;
+    transferFresh = false;
+    // Once the whole frame is out, the controller may act on it whether or
+    // not its reply comes back.
+    const bool opening = command == Command::OpenRead || command == Command::OpenWrite;
+    if (opening && written == frame.size())
+        openProgram = programID;
     if (written != frame.size()) {
         result.outcome = ExchangeOutcome::SendFailure;
         return result;
     }
 
-    if (!pause(int(ControllerFrames::waitMs(command)))) {
+    const int waitMs = int(ControllerFrames::waitMs(command));
+    if (!giveUp) {
+        QThread::msleep(static_cast<unsigned long>(scaledWaitMs(waitMs)));
+    } else if (!pause(waitMs)) {
         result.outcome = ExchangeOutcome::Aborted;
         return result;
     }
@@ -96,10 +107,19 @@ FileAccessor::ExchangeResult FileAccessor::exchange(Command command, int program
         break;
     case ControllerFrames::ReplyOutcome::ControllerError:
         result.outcome = ExchangeOutcome::ControllerError;
+        result.statusCode = check.statusCode;
         result.errorLine = ControllerFrames::controllerErrorLine(command, segment, check.message);
         qCInfo(dcp30Event) << "controller refused" << frame.mid(1, frame.size() - 4)
                            << "with status" << check.statusCode;
         break;
+    }
+    // The controller heard this command: a refused open opened nothing, and
+    // a close answered in any way leaves no file of ours open.
+    if (result.outcome != ExchangeOutcome::HeaderFailure) {
+        if (opening && result.outcome == ExchangeOutcome::ControllerError)
+            openProgram = 0;
+        if (command == Command::Close)
+            openProgram = 0;
     }
     return result;
 }
@@ -128,8 +148,67 @@ FileAccessor::ExchangeResult FileAccessor::reportedExchange(Command command, int
     return result;
 }
 
+FileAccessor::ExchangeResult FileAccessor::openControllerFile(Command command, int programID,
+                                                              QStringList& errorList,
+                                                              const QString& sendFailure,
+                                                              const QString& headerFailure)
+{
+    static const QString alreadyOpen = QStringLiteral("50");
+    const bool firstOfTransfer = transferFresh;
+    QStringList openErrors;
+    ExchangeResult opened = reportedExchange(command, programID, 0, QString(), openErrors,
+                                             sendFailure, headerFailure);
+    if (firstOfTransfer && opened.outcome == ExchangeOutcome::ControllerError &&
+        opened.statusCode == alreadyOpen) {
+        qCInfo(dcp30Event) << "program" << programID
+                           << "file already open at the start: closing it once";
+        QStringList closeErrors; // a failed close shows in the open that follows
+        closeControllerFile(programID, closeErrors);
+        openErrors.clear();
+        opened = reportedExchange(command, programID, 0, QString(), openErrors, sendFailure,
+                                  headerFailure);
+    }
+    if (opened.outcome == ExchangeOutcome::ControllerError && opened.statusCode == alreadyOpen)
+        openErrors << QStringLiteral("The Program %1 file is held open by another client of the "
+                                     "controller; it was not closed by this panel.")
+                          .arg(programID);
+    errorList << openErrors;
+    return opened;
+}
+
+bool FileAccessor::closeControllerFile(int programID, QStringList& errorList)
+{
+    for (int attempt = 0; attempt <= retries(); ++attempt) {
+        const ExchangeResult reply = exchange(Command::Close, programID);
+        if (reply.outcome == ExchangeOutcome::Accepted ||
+            reply.outcome == ExchangeOutcome::ControllerError)
+            return true;
+        if (reply.outcome == ExchangeOutcome::Aborted)
+            return false; // the take-down sends its own close
+    }
+    qCWarning(dcp30Event) << "close of program" << programID << "never answered";
+    errorList << QStringLiteral("Closing the Program %1 file fail. The file may still be open "
+                                "in the controller.")
+                     .arg(programID);
+    return false;
+}
+
 void FileAccessor::closeFile(int programID)
 {
-    // The controller's answer changes nothing: the transfer is over either way.
-    exchange(Command::Close, programID);
+    QStringList unreported;
+    closeControllerFile(programID, unreported);
+}
+
+void FileAccessor::releaseControllerFile(QStringList& errorList)
+{
+    if (openProgram == 0)
+        return;
+    if (!abortRequested()) {
+        closeControllerFile(openProgram, errorList);
+        return;
+    }
+    // The driver is going: one close, whose wait the abort does not cut
+    // short, and nobody left to read a complaint.
+    qCInfo(dcp30Event) << "take-down: closing the file of program" << openProgram;
+    exchange(Command::Close, openProgram, 0, QString(), OnAbort::CarryOn);
 }

@@ -40,8 +40,8 @@ bool FileAccessor::openFileForRead(int programID, int segmentCnt, QList<QStringL
     initRWCommand();
     const QString opening = QStringLiteral("Opening the Program %1 file fail. Error Code %2.");
     const ExchangeResult opened =
-        reportedExchange(Command::OpenRead, programID, 0, QString(), errorList,
-                         opening.arg(programID).arg(3), opening.arg(programID).arg(1));
+        openControllerFile(Command::OpenRead, programID, errorList, opening.arg(programID).arg(3),
+                           opening.arg(programID).arg(1));
     if (opened.outcome != ExchangeOutcome::Accepted) {
         // A refusal is final: nothing to close, nothing to save.
         return opened.outcome == ExchangeOutcome::ControllerError;
@@ -49,14 +49,21 @@ bool FileAccessor::openFileForRead(int programID, int segmentCnt, QList<QStringL
 
     generalHead(datas);
     for (int segment = 1; segment <= segmentCnt; ++segment) {
+        const int rowsBefore = datas.size();
         const bool segmentDone = retrySegment(
             [&] { return readFile(programID, segment, datas, errorList); }, programID, errorList,
             QStringLiteral("The retry time of reading the Program %1 file is over %2 times."));
         if (!segmentDone)
             return false; // nothing is saved on this path
+        // Refused, or lost with no retries left: row n must stay segment n,
+        // since a later write takes the file's rows by position.
+        if (datas.size() == rowsBefore)
+            datas << placeholderRow(segment);
         emit setReadProgress(progressPercent(segment, segmentCnt));
     }
-    closeFile(programID);
+    // Every segment is in the table: a close that goes unanswered is
+    // reported, but the table is saved all the same.
+    closeControllerFile(programID, errorList);
     if (abortRequested())
         return false;
 
@@ -81,25 +88,16 @@ bool FileAccessor::readFile(int programID, int segment, QList<QStringList>& data
     const ExchangeResult reply =
         reportedExchange(Command::Read, programID, segment, QString(), errorList,
                          reading.arg(programID).arg(4), reading.arg(programID).arg(1));
-    if (reply.outcome == ExchangeOutcome::ControllerError) {
-        // A refused segment keeps its place: row n must stay segment n, since
-        // a later write takes the file's rows by position. The placeholder
-        // carries the label the segment would have had and "----" in every
-        // other cell. TIME has no "not set" form, so the row can never pass
-        // the checks of a write: written back, the segment is reported as a
-        // format error (a visible gap) instead of being filled with another
-        // segment's data or with unset values.
-        QStringList placeholder{QStringLiteral("SEG%1").arg(segment)};
-        for (int cell = 1; cell < SegmentCodec::ColumnCount; ++cell)
-            placeholder << QStringLiteral("----");
-        datas << placeholder;
-        return true;
-    }
+    if (reply.outcome == ExchangeOutcome::ControllerError)
+        return true; // the segment gets no row of its own; the caller marks its place
     if (reply.outcome != ExchangeOutcome::Accepted)
         return false;
 
+    // A reply for another segment (a late one, say) may have the right
+    // length: only the echoed program and segment numbers tell.
     QString field = ControllerFrames::segmentField(reply.text, programID, segment);
-    if (field.size() != ControllerFrames::segmentFieldLength(segment)) {
+    if (field.size() != ControllerFrames::segmentFieldLength(segment) ||
+        !ControllerFrames::answersSegmentRead(reply.text, programID, segment)) {
         errorList
             << QStringLiteral("Reading the Program %1 file fail. Error Code 2.").arg(programID);
         return false;

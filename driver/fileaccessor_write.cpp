@@ -17,10 +17,23 @@ void FileAccessor::writeProgramFileProcess(QList<int> paras, int progID, int seg
         return;
     }
     setParameters(paras);
+    const QString parametersMissing = parameterReadFailure(paras, progID);
+    if (!parametersMissing.isEmpty()) {
+        // The cell checks would run against values nobody read: neither the
+        // file nor the controller is touched.
+        finishTransfer(1, progID, true, {parametersMissing});
+        return;
+    }
     KCSVLoader* csv = loader();
 
     bool ok = false;
     const QString fileName = getFileName(progID, ok);
+    const QString fileProblem = ok ? programFileProblem(fileName) : QString();
+    if (!fileProblem.isEmpty()) {
+        tellUser(fileProblem);
+        emit setWF(false);
+        return;
+    }
     QList<QStringList> rows;
     if (!ok || !csv->openFile(fileName) || (rows = csv->fileContent()).isEmpty()) {
         // Asked once more, the loader adds the outcome of its latest load
@@ -47,8 +60,8 @@ bool FileAccessor::openFileForWrite(int programID, int segmentCnt, QList<QString
     initRWCommand();
     const QString opening = QStringLiteral("Opening the Program %1 file fail. Error Code %2.");
     const ExchangeResult opened =
-        reportedExchange(Command::OpenWrite, programID, 0, QString(), errorList,
-                         opening.arg(programID).arg(13), opening.arg(programID).arg(11));
+        openControllerFile(Command::OpenWrite, programID, errorList,
+                           opening.arg(programID).arg(13), opening.arg(programID).arg(11));
     if (opened.outcome != ExchangeOutcome::Accepted)
         return opened.outcome == ExchangeOutcome::ControllerError; // a refusal is final
 
@@ -57,7 +70,7 @@ bool FileAccessor::openFileForWrite(int programID, int segmentCnt, QList<QString
     const QMap<int, QString> records =
         SegmentCodec::checkSegments(writeParameters(), datas, segmentCnt, errorList);
     if (segmentCnt >= 1 && records.isEmpty()) {
-        closeFile(programID);
+        closeControllerFile(programID, errorList);
         return !abortRequested();
     }
 
@@ -73,7 +86,9 @@ bool FileAccessor::openFileForWrite(int programID, int segmentCnt, QList<QString
             return false;
         emit setWriteProgress(progressPercent(++done, total));
     }
-    closeFile(programID);
+    // Every segment went through; a close that goes unanswered is reported
+    // (the controller may hold the file open), not repeated as an attempt.
+    closeControllerFile(programID, errorList);
     return !abortRequested();
 }
 

@@ -7,6 +7,10 @@
 // (error flag, error log, program file) is judged afterwards.
 #include "transfer.h"
 
+#include "interruption.h"
+#include "writesafety.h"
+
+#include "host/runtime/deviceobject.h"
 #include "host/runtime/messagecentre.h"
 #include "host/serial/serialsettings.h"
 
@@ -18,10 +22,12 @@
 #include <QFileInfo>
 #include <QLoggingCategory>
 #include <QRegularExpression>
+#include <QTemporaryDir>
 #include <QTextCodec>
 #include <QThread>
 
 #include <cstdio>
+#include <memory>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -189,6 +195,8 @@ struct ScreenOutcome {
     qint64 elapsedMs = 0; // from the start request until the running flag dropped
     QList<int> parameters;
     bool parametersComplete = true;
+    int interruptedBy = 0; // the signal that stopped the screen, or 0
+    int lastProgress = 0;  // the last progress value above 0 the screen saw
 };
 
 // The screen's part, on the communication thread.
@@ -257,8 +265,12 @@ ScreenOutcome driveScreen(PluginSession& session, const TransferRequest& request
         showMessages();
         if (running == 0)
             break;
-        if (progress > 0)
+        if (progress > 0) {
+            outcome.lastProgress = progress;
             display.update(progress, clock.elapsed());
+        }
+        if ((outcome.interruptedBy = InterruptGuard::pending()) != 0)
+            break; // the driver is taken down next, which stops the transfer
         if (clock.elapsed() > deadlineMs) {
             outcome.timedOut = true;
             break;
@@ -270,7 +282,7 @@ ScreenOutcome driveScreen(PluginSession& session, const TransferRequest& request
 
     QElapsedTimer settle;
     settle.start();
-    while (settle.elapsed() < SettleMs && !outcome.timedOut) {
+    while (settle.elapsed() < SettleMs && !outcome.timedOut && !outcome.interruptedBy) {
         QThread::msleep(25);
         showMessages();
     }
@@ -315,7 +327,16 @@ const char WriteUsage[] =
     "\n"
     "Writes PROG_N.txt from the chosen medium into program N (K segments) of the\n"
     "controller on DEV, through the dcp30 plug-in hosted as the panel runtime hosts\n"
-    "it. The driver checks every cell against the controller's limits first.\n";
+    "it. Before anything is written, the tool reads the controller's SP1 limits and\n"
+    "event kinds (the reads the driver makes) and runs the driver's checks on every\n"
+    "row: a file with any failing row is refused (exit 1) with the messages the\n"
+    "write log would hold, and the controller's program stays as it was.\n"
+    "\n"
+    "  --force             write all the same: the driver writes the rows that pass\n"
+    "                      and logs the others, as a panel does\n"
+    "  --verify            read the program back afterwards and compare the segment\n"
+    "                      records the controller holds with those of the file;\n"
+    "                      exit 1 on any difference\n";
 
 const char CommonUsage[] =
     "\n"
@@ -347,10 +368,16 @@ const char CommonUsage[] =
     "directory is passed on as an unmounted medium; the driver's complaint and the\n"
     "missing directory are both named.\n"
     "\n"
+    "Ctrl-C (or SIGTERM) stops the transfer after the exchange on the line, closes\n"
+    "the controller's program file and says what state the program is in; a second\n"
+    "Ctrl-C exits at once. A controller that answers \"File is already open.\" holds\n"
+    "a file some transfer left open: 'dcp30ctl close' closes it.\n"
+    "\n"
     "Exit status: 0 the transfer completed without any complaint; 1 it failed (the\n"
     "error flag was raised, even if retries overcame the problem; the driver showed\n"
-    "a message; a read left no complete file; or the plug-in or the port could not\n"
-    "be used); 2 bad usage.\n"
+    "a message; a read left no complete file; a write was refused by the checks or\n"
+    "failed its verification; or the plug-in or the port could not be used); 2 bad\n"
+    "usage; 130 / 143 interrupted by SIGINT / SIGTERM.\n"
     "\n"
     "Test setting: DCP30_WAIT_PERCENT=1..100 in the environment shortens the driver's\n"
     "fixed waits to that percentage.\n";
@@ -391,8 +418,12 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
     const QCommandLineOption companion(QStringLiteral("companion"), QString(),
                                        QStringLiteral("PATH"));
     const QCommandLineOption verbose(QStringLiteral("verbose"));
+    const QCommandLineOption force(QStringLiteral("force"));
+    const QCommandLineOption verify(QStringLiteral("verify"));
     parser.addOptions({port, program, segments, usb, sd, storage, retries, settings, clamp, pollMs,
                        timeout, plugin, companion, verbose});
+    if (direction == TransferDirection::Write)
+        parser.addOptions({force, verify});
     if (!parser.parse(QStringList{QStringLiteral("dcp30ctl")} + args)) {
         *error = parser.errorText();
         return 2;
@@ -418,6 +449,8 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
     TransferRequest r;
     r.direction = direction;
     r.verbose = parser.isSet(verbose);
+    r.force = direction == TransferDirection::Write && parser.isSet(force);
+    r.verify = direction == TransferDirection::Write && parser.isSet(verify);
     // The panel clamps what a screen writes; a person typing a number more
     // likely mistyped it, and a write into the wrong program overwrites it.
     auto ranged = [&](const QCommandLineOption& option, const char* what, int max,
@@ -513,6 +546,107 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
     return 0;
 }
 
+namespace
+{
+
+QByteArray readWhole(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Segments the driver had written when its progress showed percent: the
+// count i of n with progressPercent(i, n) == percent.
+int segmentsDone(int percent, int segments)
+{
+    for (int done = segments; done > 0; --done)
+        if (int(float(done) / float(segments) * 100.0f) <= percent)
+            return done;
+    return 0;
+}
+
+QString interruptedState(const TransferRequest& request, int lastProgress)
+{
+    if (request.direction == TransferDirection::Read)
+        return QStringLiteral("interrupted: program %1 in the controller is unchanged; PROG_%1.txt "
+                              "was not written (an earlier one is as it was)")
+            .arg(request.program);
+    return QStringLiteral("interrupted: ") +
+           interruptedWriteState(request.program, request.segments,
+                                 segmentsDone(lastProgress, request.segments));
+}
+
+// The controller's limits, and (unless --force) the driver's row checks
+// against them, before the driver is asked to write. False when the write
+// must not start; the reason has been said.
+bool checkBeforeWriting(PluginSession& session, const TransferRequest& request,
+                        const QString& programFile, const QString& prefix,
+                        SegmentCodec::WriteParameters* limits)
+{
+    QString error;
+    if (!readControllerLimits(session, limits, &error)) {
+        if (request.force && !request.verify)
+            return true; // the driver reads them again and refuses on its own
+        say(prefix + error + QStringLiteral("; nothing was written"));
+        return false;
+    }
+    if (request.force)
+        return true;
+    QStringList lines;
+    if (rowsPassChecks(programFile, *limits, request.segments, &lines))
+        return true;
+    for (const QString& line : lines)
+        say(line.isEmpty() ? QString() : QStringLiteral("    ") + line);
+    say(prefix + QStringLiteral("program %1 not written: %2 fails the checks above; the "
+                                "controller's program is as it was (--force writes the rows "
+                                "that pass)")
+                     .arg(request.program)
+                     .arg(QFileInfo(programFile).fileName()));
+    return false;
+}
+
+// Reads the program back through the driver into a scratch medium and
+// compares the records with those of the file written. False on a failed
+// read or any difference; said.
+bool verifyWrite(PluginSession& session, const TransferRequest& request,
+                 const QString& programFile, const SegmentCodec::WriteParameters& limits,
+                 const QString& prefix)
+{
+    QTemporaryDir scratch;
+    TransferRequest readBack = request;
+    readBack.direction = TransferDirection::Read;
+    readBack.storage = 0;
+    session.deviceObject().setMountDirectory(DeviceObject::UsbStick, scratch.path());
+    ScreenOutcome outcome;
+    session.runOnCommunicationThread([&] { outcome = driveScreen(session, readBack); });
+    QMap<int, QString> written, read;
+    QString error;
+    const QString readFile = scratch.filePath(QStringLiteral("PROG_%1.txt").arg(request.program));
+    if (outcome.timedOut || outcome.errorFlag || !outcome.refusal.isEmpty() ||
+        !encodedRecords(readFile, limits, request.segments, &read, &error) ||
+        !encodedRecords(programFile, limits, request.segments, &written, &error)) {
+        say(prefix + QStringLiteral("verify: program %1 could not be read back%2")
+                         .arg(request.program)
+                         .arg(error.isEmpty() ? QString() : QStringLiteral(": ") + error));
+        return false;
+    }
+    const QStringList differences = recordDifferences(written, read, request.segments);
+    for (const QString& line : differences)
+        say(QStringLiteral("    ") + line);
+    if (!differences.isEmpty()) {
+        say(prefix + QStringLiteral("verify: program %1 differs from %2 in %3 of %4 segments")
+                         .arg(request.program)
+                         .arg(programFile)
+                         .arg(differences.size())
+                         .arg(request.segments));
+        return false;
+    }
+    say(prefix + QStringLiteral("verify: program %1 reads back as written").arg(request.program));
+    return true;
+}
+
+} // namespace
+
 int runTransfer(TransferDirection direction, const QStringList& args)
 {
     const QString prefix = prefixOf(direction);
@@ -532,7 +666,8 @@ int runTransfer(TransferDirection direction, const QStringList& args)
         QLoggingCategory::setFilterRules(
             QStringLiteral("dcp*.info=false\ndcp.host.serial.warning=false"));
 
-    PluginSession session(request.session);
+    auto sessionOwner = std::make_unique<PluginSession>(request.session);
+    PluginSession& session = *sessionOwner;
     if (!session.openPort(&error)) {
         say(prefix + error);
         return 1;
@@ -559,8 +694,23 @@ int runTransfer(TransferDirection direction, const QStringList& args)
     const FileStamp programBefore = FileStamp::of(programFile);
     const FileStamp logBefore = FileStamp::of(logFile);
 
+    SegmentCodec::WriteParameters limits;
+    if (direction == TransferDirection::Write && !checkBeforeWriting(session, request, programFile,
+                                                                     prefix, &limits))
+        return 1;
+
     ScreenOutcome outcome;
-    session.runOnCommunicationThread([&] { outcome = driveScreen(session, request); });
+    {
+        const InterruptGuard interruptions;
+        session.runOnCommunicationThread([&] { outcome = driveScreen(session, request); });
+        if (outcome.interruptedBy) {
+            // Taking the driver down stops the transfer at its next wait and
+            // closes the controller's program file.
+            sessionOwner.reset();
+            say(prefix + interruptedState(request, outcome.lastProgress));
+            return InterruptGuard::exitStatus();
+        }
+    }
 
     QStringList reasons;
     if (!outcome.refusal.isEmpty()) {
@@ -621,8 +771,16 @@ int runTransfer(TransferDirection direction, const QStringList& args)
         say(prefix + QStringLiteral("program %1 failed: %2")
                          .arg(request.program)
                          .arg(reasons.join(QStringLiteral("; "))));
+        if (reasons.join(QString()).contains(QLatin1String("File is already open.")) ||
+            QString::fromLocal8Bit(readWhole(logFile)).contains(QLatin1String("File is already open.")))
+            say(prefix + QStringLiteral("hint: 'dcp30ctl close --port %1 --program %2' closes a "
+                                        "program file the controller holds open")
+                             .arg(request.session.portName)
+                             .arg(request.program));
         return 1;
     }
+    if (request.verify && !verifyWrite(session, request, programFile, limits, prefix))
+        return 1;
     const QString summary =
         direction == TransferDirection::Read
             ? QStringLiteral("read program %1 (%2 segments) from %3 into %4 in %5 s\n")

@@ -20,6 +20,11 @@ struct TransferRequest {
     int pollMs = 100;       // how often the screen looks at the variables
     int timeoutSeconds = 0; // 0: the worst case of the retry budget, plus slack
     bool verbose = false;
+    // write: go on although rows fail the checks (the driver then writes
+    // the rows that pass, as a panel does).
+    bool force = false;
+    // write: read the program back afterwards and compare the records.
+    bool verify = false;
 };
 
 // Parses the arguments after "read" / "write". Returns 0 with request
