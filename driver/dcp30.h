@@ -43,7 +43,7 @@ public:
     // How long take-down waits for the worker's thread. A worker stuck in a
     // call that never returns (a hung medium, a port that blocks) is left to
     // finish on its own rather than holding up the runtime for good.
-    static constexpr int WorkerJoinMs = 3000;
+    static constexpr int WorkerJoinMs = 2000;
 
     // Passive unless the application object carries the property "hvx_env":
     // then the companion driver is loaded (if it can be) and the worker

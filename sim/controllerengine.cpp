@@ -159,6 +159,8 @@ QList<EngineReply> ControllerEngine::feedReplies(const QByteArray& bytes)
             qCDebug(lcSimEngine) << "frame without CR LF discarded:" << text;
             continue;
         }
+        if (frameHeard)
+            frameHeard(text);
         EngineReply reply = handleFrame(text);
         if (!reply.bytes.isEmpty())
             replies << reply;
@@ -185,7 +187,7 @@ EngineReply ControllerEngine::handleFrame(const QByteArray& text)
     }
     const Request request = Request::decode(text);
     FaultRule* fired = nullptr;
-    if (request.kind != CommandKind::Any) {
+    if (request.kind != CommandKind::Any && faultsOn) {
         for (FaultRule& rule : faults) {
             if (rule.matches(request.kind, request.segment) && rule.fire() && !fired)
                 fired = &rule;

@@ -8,6 +8,8 @@
 #include <QList>
 #include <QMap>
 
+#include <functional>
+
 // One reply as the controller sends it. delayMs is the extra time the line
 // stays silent before the reply (a "late" fault); the engine only marks it,
 // the front end waits.
@@ -83,6 +85,12 @@ public:
 
     void addFault(const FaultRule& rule);
     void clearFaults() { faults.clear(); }
+    // Suspends the fault plan (no rule counts or fires) until switched on
+    // again: a test bench runs a clean transfer between faulty ones.
+    void setFaultsEnabled(bool on) { faultsOn = on; }
+    // Called with the text (between STX and ETX) of every complete request
+    // frame, before it is answered: the line's traffic, for a frame log.
+    std::function<void(const QByteArray& text)> frameHeard;
     const QList<FaultRule>& faultRules() const { return faults; }
     // How many times a fault has changed a reply so far.
     int faultsApplied() const { return appliedFaults; }
@@ -110,6 +118,7 @@ private:
     QMap<int, quint16> memory;
     QList<FaultRule> faults;
     int appliedFaults = 0;
+    bool faultsOn = true;
     int openedProgram = 0;
     OpenMode mode = OpenMode::None;
     int highestWritten = 0;

@@ -4,6 +4,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
 
@@ -89,13 +90,19 @@ int main(int argc, char** argv)
         QStringLiteral("open-timeout"),
         QStringLiteral("Close a file left open <ms> without traffic. Default 0: never."),
         QStringLiteral("ms"), QStringLiteral("0"));
-    const QCommandLineOption stdinEof(QStringLiteral("exit-on-stdin-eof"),
-                                      QStringLiteral("Exit when stdin closes (for test "
-                                                     "harnesses)."));
+    const QCommandLineOption stdinEof(
+        QStringLiteral("exit-on-stdin-eof"),
+        QStringLiteral("Exit when stdin closes (for test harnesses). Lines on stdin steer the "
+                       "fault plan: \"faults off\" suspends it, \"faults on\" resumes it; "
+                       "each is echoed on stdout once it applies."));
+    const QCommandLineOption frameLog(QStringLiteral("frame-log"),
+                                      QStringLiteral("Append the text of every request frame "
+                                                     "heard on the line to <file>, one per line."),
+                                      QStringLiteral("file"));
     const QCommandLineOption verbose(QStringLiteral("verbose"),
                                      QStringLiteral("Dump the wire traffic on stderr."));
     parser.addOptions({link, baud, turnaround, programs, saveOnExit, spLimits, eventKinds, fault,
-                       openTimeout, stdinEof, verbose});
+                       openTimeout, stdinEof, frameLog, verbose});
     parser.process(app);
     if (!parser.positionalArguments().isEmpty())
         return usageError(QStringLiteral("unexpected argument %1")
@@ -145,6 +152,20 @@ int main(int argc, char** argv)
     if (parser.isSet(verbose))
         QLoggingCategory::setFilterRules(QStringLiteral("dcp.sim*.debug=true"));
 
+    QFile frames(parser.value(frameLog));
+    if (parser.isSet(frameLog)) {
+        if (!frames.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
+            return usageError(QStringLiteral("--frame-log: cannot write %1").arg(frames.fileName()));
+        engine.frameHeard = [&frames](const QByteArray& text) { frames.write(text + '\n'); };
+    }
+    options.stdinLine = [&engine](const QByteArray& line) {
+        const QByteArray command = line.trimmed();
+        if (command != "faults off" && command != "faults on")
+            return;
+        engine.setFaultsEnabled(command == "faults on");
+        printf("dcp30-sim: %s\n", command.constData());
+        fflush(stdout);
+    };
     PtyFrontEnd frontEnd(engine, options);
     QString error;
     if (!frontEnd.open(&error))

@@ -157,10 +157,16 @@ int PtyFrontEnd::run()
         if (fds[1].revents)
             return 0;
         if (count == 3 && fds[2].revents) {
-            char sink[256];
-            const ssize_t n = ::read(0, sink, sizeof sink);
+            char chunk[256];
+            const ssize_t n = ::read(0, chunk, sizeof chunk);
             if (n == 0 || (n < 0 && errno != EINTR && errno != EAGAIN))
                 return 0;
+            if (n > 0)
+                stdinText.append(chunk, int(n));
+            for (int end; (end = stdinText.indexOf('\n')) >= 0; stdinText.remove(0, end + 1)) {
+                if (options.stdinLine)
+                    options.stdinLine(stdinText.left(end));
+            }
         }
         if (fds[0].revents & POLLIN) {
             char buffer[1024];

@@ -5,6 +5,8 @@
 
 #include <QString>
 
+#include <functional>
+
 #include <deque>
 
 struct FrontEndOptions {
@@ -13,6 +15,9 @@ struct FrontEndOptions {
     int turnaroundMs = 5;  // silence between a request's end and its reply
     int openTimeoutMs = 0; // close a file left open this long without traffic; 0: never
     bool exitOnStdinEof = false;
+    // With exitOnStdinEof: each line read from stdin (without its line
+    // feed), for a harness that steers the simulator while it runs.
+    std::function<void(const QByteArray& line)> stdinLine;
 };
 
 // The simulator's line: a pseudo-terminal whose slave side a serial port
@@ -53,6 +58,7 @@ private:
     std::deque<Outgoing> outgoing;
     qint64 lineFreeNs = 0;
     qint64 lastTrafficNs = 0;
+    QByteArray stdinText; // an unfinished control line
 };
 
 #endif

@@ -214,13 +214,17 @@ private slots:
     {
         QTest::addColumn<QString>("answers"); // RAM4509, RAM3501, RAM3505, RAM3509
         QTest::addColumn<QList<int>>("paras");
-        QTest::newRow("full") << "38ffffff5a050000 01000000 00000080 ffffff7f"
-                              << QList<int>{-200, 1370, 1, INT_MIN, INT_MAX};
-        QTest::newRow("short") << "1027000034 0300 ff 010000000500"
-                               << QList<int>{10000, 0x34, 3, 255, 1};
-        QTest::newRow("none") << "   " << QList<int>{0, 0, 0, 0, 0};
+        QTest::addColumn<int>("reads");
+        QTest::newRow("full") << "38ffffff5a050000 01000000 00000080 ffffff7f0500"
+                              << QList<int>{-200, 1370, 1, INT_MIN, INT_MAX} << 4;
+        // A short answer would be a made-up value: the list ends before it.
+        QTest::newRow("event 2 short") << "1027000034000000 03000000 ffffff 01000000"
+                                       << QList<int>{10000, 0x34, 3} << 3;
+        QTest::newRow("limits short") << "10270000340000 03000000 01000000 01000000"
+                                      << QList<int>{} << 1;
+        QTest::newRow("none") << "   " << QList<int>{} << 1;
     }
-    // The five parameters are read, with the latest port, before the request
+    // The parameters are read, with the latest port, before the request
     // leaves, and travel with it.
     void writeParameters()
     {
@@ -234,14 +238,17 @@ private slots:
         QVERIFY(driver->write(&port, command("WF0"), byte(1)));
         QCOMPARE(writes.count(), 1);
         QTEST(writes.at(0).at(0).value<QList<int>>(), "paras");
+        QFETCH(int, reads);
         QCOMPARE(companion.calls, (QStringList{"read RAM4509 3 2", "read RAM3501 3 1",
-                                               "read RAM3505 3 1", "read RAM3509 3 1"}));
+                                               "read RAM3505 3 1", "read RAM3509 3 1"}
+                                       .mid(0, reads)));
         QCOMPARE(companion.lastDevice, static_cast<AbstractDeviceInterface*>(&port));
     }
 
     // An active driver has its worker in a running thread of its own and
     // owns the companion it loaded; without a companion (or passive) nobody
-    // is asked and a write request carries zeros.
+    // is asked and a write request carries no parameters (the worker then
+    // refuses it).
     void construction_data()
     {
         QTest::addColumn<QString>("companionPath"); // null: passive driver
@@ -266,7 +273,7 @@ private slots:
             QSignalSpy writes(driver.get(), &DriverDCP30::writeProgramFileProcess);
             QVERIFY(driver->write(&port, command("WF0"), byte(1)));
             QCOMPARE(writes.count(), 1);
-            QCOMPARE(writes.at(0).at(0).value<QList<int>>(), (QList<int>{0, 0, 0, 0, 0}));
+            QCOMPARE(writes.at(0).at(0).value<QList<int>>(), QList<int>{});
         }
     }
 
@@ -322,6 +329,56 @@ private slots:
         QCOMPARE(device.mountQueries(), 0);
         QCOMPARE(companion.alive, 0);
         QTRY_VERIFY(threadCount() <= before);
+    }
+
+    // Take-down during a real read at the real pace: the worker stops at
+    // its wait and closes the controller's file before it goes, so the
+    // next transfer finds the controller free.
+    void destroyMidTransferCloses()
+    {
+        QTemporaryDir usb;
+        DeviceObject device;
+        device.setMountDirectory(DeviceObject::UsbStick, usb.path());
+        RuntimeProperties::publishDevice(&device);
+        port.reset();
+        port.addAnswer("", ScriptedPort::Answer::withReply(ScriptedPort::framed("0100X00")),
+                       ScriptedPort::Forever);
+        auto driver = makeDriver(MissingPath);
+        QVERIFY(driver->write(&port, command("SegCnt0"), byte(30)));
+        QVERIFY(driver->write(&port, command("RF0"), byte(1)));
+        QTRY_VERIFY(port.sentCommands().contains("0100XFR,1,1"));
+        driver.reset();
+        RuntimeProperties::publishDevice(nullptr);
+        const QList<QByteArray> sent = port.sentCommands();
+        QCOMPARE(sent.first(), QByteArray("0100XFO,1,R,0"));
+        QCOMPARE(sent.last(), QByteArray("0100XFC,1"));
+        QCOMPARE(sent.count("0100XFC,1"), 1);
+        QVERIFY(!QFile::exists(usb.filePath("PROG_1.txt")));
+    }
+
+    // A worker stuck where no abort reaches it (a medium that hangs, say)
+    // does not hold up the runtime: take-down gives up waiting, and the
+    // worker and its thread go once it comes back.
+    void destroyWithStuckWorker()
+    {
+        const int before = threadCount();
+        auto state = std::make_shared<QAtomicInt>(0); // 1 stuck, 2 came back
+        auto driver = makeDriver(MissingPath);
+        FileAccessor* accessor = driver->fileAccessor;
+        accessor->beforePosting();
+        QVERIFY(QMetaObject::invokeMethod(
+            accessor,
+            [state] {
+                state->storeRelaxed(1);
+                QThread::msleep(DriverDCP30::WorkerJoinMs + 1500);
+                state->storeRelaxed(2);
+            },
+            Qt::QueuedConnection));
+        QTRY_COMPARE(state->loadRelaxed(), 1);
+        driver.reset();
+        QCOMPARE(state->loadRelaxed(), 1); // returned while the worker was still stuck
+        QTRY_VERIFY_WITH_TIMEOUT(threadCount() <= before, 10000);
+        QCOMPARE(state->loadRelaxed(), 2);
     }
 
 private:

@@ -1,14 +1,28 @@
-// End to end, one simulator fault per path it takes through line, driver and
-// controller: a reply lost after the controller acted (drop), a request it
-// never heard (deaf), a reply late enough to hold up the rest, a refusal
-// (status), a record of the wrong length; and a medium pulled mid-read.
+// End to end against the simulator: one fault per path it takes through line,
+// driver and controller; faults and interruptions that used to leave the
+// controller's program file open (after each, the same transfer succeeds
+// again on the same controller); the traffic of fault-free transfers; writes
+// refused before they touch the controller; and a medium pulled mid-read.
 #include <QtTest>
 
 #include "../driver_core/tsanoptions.h"
 #include "../e2e_support/e2eprocesses.h"
 #include "sim/programstore.h"
 
+#include <csignal>
+
 using namespace E2e;
+
+namespace
+{
+
+// The frames the simulator heard, one text per line.
+QStringList framesIn(const QString& path)
+{
+    return QString::fromLatin1(readFile(path)).split('\n', Qt::SkipEmptyParts);
+}
+
+} // namespace
 
 class TestE2eFaults : public QObject
 {
@@ -21,36 +35,31 @@ private slots:
         QTest::addColumn<QString>("rule");
         QTest::addColumn<int>("retries");
         QTest::addColumn<QStringList>("log"); // after "Program 1:"
-        // A read: its file's segments (none: no file). A write: the segments
-        // the controller holds afterwards.
+        // A read: its file's segments (none: no file; -s a placeholder row).
+        // A write: the segments the controller holds afterwards.
         QTest::addColumn<QList<int>>("left");
         auto row = [](const char* name, bool read, const char* rule, int retries,
                       const QStringList& log, const QList<int>& left) {
             QTest::newRow(name) << read << QString(rule) << retries << log << left;
         };
-        // The controller's file stays open, so the repeated open is refused,
-        // which ends the attempts and leaves no message.
-        row("write, open drop: the repeated open is refused", false, "drop:FO-W", 3,
-            {"Opening the Program 5 file fail. Error Code 11."}, {});
+        // The open went through; closed before the repeat, the file opens again.
+        row("write, open reply lost: closed and opened again", false, "drop:FO-W", 3,
+            {"Opening the Program 5 file fail. Error Code 11."}, {1, 2, 3});
         row("read, open refused: never repeated", true, "status=52:FO-R", 3,
             {"Program number or segment number is in error. No program in the segment."}, {});
         row("write, segment deaf: lost", false, "deaf:FW:2", 0, {"Write File Fail. Error Code 21."},
             {1, 3});
+        // Lost or refused, a segment keeps its place in the file.
         row("read, segment of the wrong length: lost", true, "length:FR:2", 0,
-            {"Reading the Program 3 file fail. Error Code 2."}, {1, 3});
-        // Every later reply waits behind the late one: both retry levels run out.
-        row("write, segment late, 1 retry", false, "late=3000:FW:2", 1,
-            {"Write File Fail. Error Code 21.", "Write File Fail. Error Code 21.",
-             "\nThe retry time of writing the Program 5 file is over 1 times.",
-             "Opening the Program 5 file fail. Error Code 11.",
-             "Write File retry time is over 1 times."},
-            {1, 2});
-        // The refused segment keeps its place in the file as an unset row.
+            {"Reading the Program 3 file fail. Error Code 2."}, {1, -2, 3});
         row("read, segment refused: never repeated", true, "status=52:FR:2", 3,
             {"Seg2:Program number or segment number is in error. No program in the segment."},
             {1, -2, 3});
         row("write, segment refused: never repeated", false, "status=57:FW:2", 3,
             {"Seg2:Block data of File block WRITE is in error."}, {1, 3});
+        row("write, close never answered", false, "deaf:FC@always", 1,
+            {"Closing the Program 5 file fail. The file may still be open in the controller."},
+            {1, 2, 3});
     }
     // Each run fails, raises the error flag and logs; the file or the
     // controller's program holds what the fault allows.
@@ -100,6 +109,163 @@ private slots:
             QCOMPARE(saved.segment(5, s), left.contains(s) ? samples.segment(3, s) : QByteArray());
     }
 
+    // Faults and interruptions that used to leave the controller's file
+    // open: the first transfer ends as it must, and the same transfer
+    // straight after succeeds on the same controller (no restart, no idle
+    // timeout).
+    void noLockOut_data()
+    {
+        QTest::addColumn<bool>("read"); // program 3, else a write of it into program 5
+        QTest::addColumn<QStringList>("rules");
+        QTest::addColumn<int>("retries");
+        QTest::addColumn<QString>("interrupt"); // "timeout", "INT", "TERM" or none
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("said");
+        auto twice = [](const char* rule) {
+            QStringList rules;
+            for (int at = 1; at <= 4; ++at)
+                rules << QString("%1@at=%2").arg(rule).arg(at);
+            return rules;
+        };
+        QTest::newRow("read, open reply lost")
+            << true << QStringList{"drop:FO-R"} << 1 << "" << 1
+            << "Opening the Program 3 file fail. Error Code 1.";
+        QTest::newRow("read, segment retries used up")
+            << true << twice("deaf:FR:2") << 1 << "" << 1
+            << "Read File retry time is over 1 times.";
+        QTest::newRow("write, segment retries used up")
+            << false << twice("deaf:FW:2") << 1 << "" << 1
+            << "Write File retry time is over 1 times.";
+        QTest::newRow("write, close lost: repeated") << false << QStringList{"deaf:FC"} << 1 << ""
+                                                     << 0 << "wrote";
+        QTest::newRow("write, close lost, no retries")
+            << false << QStringList{"deaf:FC"} << 0 << "" << 1
+            << "The file may still be open in the controller.";
+        QTest::newRow("read, driver taken down mid-transfer")
+            << true << QStringList() << 3 << "timeout" << 1 << "RF0 still set after 1 s";
+        QTest::newRow("read, Ctrl-C") << true << QStringList() << 3 << "INT" << 130
+                                      << "interrupted: program 3 in the controller is unchanged";
+        QTest::newRow("write, SIGTERM") << false << QStringList() << 3 << "TERM" << 143
+                                        << "interrupted: program 5: segment";
+    }
+    void noLockOut()
+    {
+        QFETCH(bool, read);
+        QFETCH(QStringList, rules);
+        QFETCH(int, retries);
+        QFETCH(QString, interrupt);
+        QTemporaryDir dir;
+        const QString programs = dir.filePath(QStringLiteral("programs.txt"));
+        QStringList simArgs{"--baud", "0", "--open-timeout", "0", "--programs", programs,
+                            "--save-on-exit"};
+        for (const QString& rule : rules)
+            simArgs << "--fault" << rule;
+        Simulator sim(simArgs);
+        QVERIFY(sim.started());
+        const ProgramStore samples = ProgramStore::samples();
+        const int segments = interrupt.isEmpty() ? 3 : 10;
+        const int program = read ? 3 : 5;
+        const QString programFile = dir.filePath(QStringLiteral("PROG_%1.txt").arg(program));
+        const QByteArray source = expectedProgramFile(samples, 3, segmentRange(segments));
+        if (!read)
+            QVERIFY(writeFile(programFile, source));
+        const QStringList args = transferArgs(read ? "read" : "write", sim.device(), program,
+                                              segments, dir.path())
+                                 << "--retries" << QString::number(retries);
+
+        // Interrupted runs go at the real pace, so there is a transfer to cut short.
+        const int signal = interrupt == "INT" ? SIGINT : interrupt == "TERM" ? SIGTERM : 0;
+        const ToolRun first = runTool(
+            interrupt == "timeout" ? QStringList(args) << "--timeout" << "1" : args,
+            interrupt.isEmpty() ? 30 : 100, signal ? QStringLiteral("progress ") : QString(),
+            [signal](qint64 pid) { ::kill(pid_t(pid), signal); });
+        QFETCH(int, exitCode);
+        QFETCH(QString, said);
+        QVERIFY2(first.ok(exitCode) && (first.err + first.out).contains(said),
+                 qPrintable(first.describe()));
+
+        const ToolRun again = runTool(args, 30);
+        QVERIFY2(again.ok(0), qPrintable(again.describe()));
+        if (read)
+            QCOMPARE(readFile(programFile), source);
+        QVERIFY(sim.stop());
+        ProgramStore saved;
+        QString error;
+        QVERIFY2(saved.load(programs, &error), qPrintable(error));
+        for (int s = 1; s <= segments && !read; ++s)
+            QCOMPARE(saved.segment(5, s), samples.segment(3, s));
+    }
+
+    // What fault-free transfers put on the line, frame by frame: the
+    // driver's commands as they always were; a write is preceded by the
+    // tool's own reads of the limits (the very reads the driver makes).
+    // A file with a faulty row is refused with nothing but those reads on
+    // the line; --force writes the rows that pass, as a panel does; a lost
+    // parameter answer stops the driver's write before it opens the file.
+    void lineTraffic()
+    {
+        QTemporaryDir dir;
+        const QString frameLog = dir.filePath("frames.txt");
+        Simulator sim({"--baud", "0", "--frame-log", frameLog, "--fault", "drop:RS@at=28"});
+        QVERIFY(sim.started());
+        const ProgramStore samples = ProgramStore::samples();
+        auto record = [&](int s) { return QString::fromLatin1(samples.segment(3, s)); };
+        int seen = 0; // frames of earlier runs
+        auto newFrames = [&] {
+            const QStringList all = framesIn(frameLog);
+            const QStringList fresh = all.mid(seen);
+            seen = all.size();
+            return fresh;
+        };
+
+        ToolRun run = runTool(transferArgs("read", sim.device(), 3, 3, dir.path()), 30);
+        QVERIFY2(run.ok(0), qPrintable(run.describe()));
+        QCOMPARE(newFrames(), (QStringList{"0100XFO,3,R,0", "0100XFR,3,1", "0100XFR,3,2",
+                                                  "0100XFR,3,3", "0100XFC,3"}));
+
+        QVERIFY(QFile::rename(dir.filePath("PROG_3.txt"), dir.filePath("PROG_5.txt")));
+        run = runTool(transferArgs("write", sim.device(), 5, 3, dir.path()), 30);
+        QVERIFY2(run.ok(0), qPrintable(run.describe()));
+        const QStringList frames = newFrames();
+        QCOMPARE(frames.size(), 13);
+        const QStringList reads = frames.mid(0, 4);
+        QCOMPARE(reads.filter(QRegularExpression("^0100XRS,")).size(), 4);
+        QCOMPARE(frames.mid(4, 4), reads);
+        QCOMPARE(frames.mid(8), (QStringList{"0100XFO,5,W,0", "0100XFW,5,1," + record(1),
+                                             "0100XFW,5,2," + record(2),
+                                             "0100XFW,5,3," + record(3), "0100XFC,5"}));
+
+        // Row 2's SP1 beyond the limits.
+        QByteArray faulty = readFile(dir.filePath("PROG_5.txt"));
+        const QString text = QString::fromUtf16(
+            reinterpret_cast<const char16_t*>(faulty.constData() + 2), (faulty.size() - 2) / 2);
+        QStringList lines = text.split('\n');
+        QStringList cells = lines[2].split('\t');
+        cells[1] = "99999";
+        lines[2] = cells.join('\t');
+        QVERIFY(writeFile(dir.filePath("PROG_6.txt"), utf16File(lines.join('\n'))));
+        run = runTool(transferArgs("write", sim.device(), 6, 3, dir.path()), 30);
+        QVERIFY2(run.ok(1) && run.err.contains("program 6 not written") &&
+                     run.err.contains("SP1 [99999] is out of range"),
+                 qPrintable(run.describe()));
+        QCOMPARE(newFrames(), reads);
+
+        run = runTool(transferArgs("write", sim.device(), 6, 3, dir.path()) << "--force", 30);
+        QVERIFY2(run.ok(1) && run.err.contains("the driver raised WE0"),
+                 qPrintable(run.describe()));
+        QCOMPARE(newFrames().mid(8),
+                 (QStringList{"0100XFO,6,W,0", "0100XFW,6,1," + record(1),
+                              "0100XFW,6,3," + record(3), "0100XFC,6"}));
+
+        // The 28th register read is the driver's last one of this write.
+        run = runTool(transferArgs("write", sim.device(), 5, 3, dir.path()) << "--force", 30);
+        const QString log = QString::fromUtf8(readFile(dir.filePath("WRITE_PROG_5_ERROR.txt")));
+        QVERIFY2(run.ok(1) && log.contains("Reading RAM3509 (kind of event 3) from the "
+                                           "controller fail. The Program 5 file was not written"),
+                 qPrintable(run.describe() + log));
+        QCOMPARE(newFrames().filter(QRegularExpression("^0100XF")), QStringList());
+    }
+
     // The directory goes after the first segment: the read has nowhere to
     // save, says so, and raises no error flag.
     void mediumPulledDuringRead()
@@ -111,7 +277,7 @@ private slots:
         QVERIFY(sim.started());
         const ToolRun run =
             runTool(transferArgs("read", sim.device(), 2, 10, usb), 30, QStringLiteral("progress "),
-                    [&usb] { QDir(usb).removeRecursively(); });
+                    [&usb](qint64) { QDir(usb).removeRecursively(); });
         for (const QString& said :
              {QStringLiteral("progress 100%"),
               QStringLiteral("DCP30: The system can't not detect the USB Stick.\n"),

@@ -33,6 +33,22 @@ Simulator::Simulator(const QStringList& arguments)
         devicePath = line.mid(prefix.size());
 }
 
+bool Simulator::control(const QByteArray& line)
+{
+    if (process.write(line + '\n') != line.size() + 1)
+        return false;
+    const QByteArray echo = "dcp30-sim: " + line;
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < 10000) {
+        while (process.canReadLine())
+            if (process.readLine().trimmed() == echo)
+                return true;
+        process.waitForReadyRead(100);
+    }
+    return false;
+}
+
 bool Simulator::stop()
 {
     process.closeWriteChannel();
@@ -49,7 +65,7 @@ QString ToolRun::describe() const
 }
 
 ToolRun runTool(const QStringList& arguments, int waitPercent, const QString& cue,
-                const std::function<void()>& whileRunning)
+                const std::function<void(qint64 pid)>& whileRunning)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     const QString runtime = qEnvironmentVariable("DCP_BUILD_DIR") + "/test-home/runtime";
@@ -70,7 +86,7 @@ ToolRun runTool(const QStringList& arguments, int waitPercent, const QString& cu
     while (!cue.isEmpty() && process.waitForStarted(10000) && clock.elapsed() < 60000) {
         run.err += QString::fromLocal8Bit(process.readAllStandardError());
         if (run.err.contains(cue)) {
-            whileRunning();
+            whileRunning(process.processId());
             break;
         }
         process.waitForReadyRead(20);

@@ -29,6 +29,8 @@ public:
     QString device() const { return devicePath; }
     // Closes its stdin; true for a clean exit (after saving, if asked to).
     bool stop();
+    // "faults off" / "faults on": true once the simulator has applied it.
+    bool control(const QByteArray& line);
 
 private:
     QProcess process;
@@ -45,9 +47,10 @@ struct ToolRun {
 };
 
 // Runs dcp30ctl headless to its end (killed after 60 s), waitPercent (0 =
-// unset) as DCP30_WAIT_PERCENT. Once its stderr holds cue, whileRunning runs.
+// unset) as DCP30_WAIT_PERCENT. Once its stderr holds cue, whileRunning runs
+// with the tool's process id.
 ToolRun runTool(const QStringList& arguments, int waitPercent = 0, const QString& cue = QString(),
-                const std::function<void()>& whileRunning = {});
+                const std::function<void(qint64 pid)>& whileRunning = {});
 
 // verb ("read"/"write") at port, the program file in the USB stick's usb.
 QStringList transferArgs(const char* verb, const QString& port, int program, int segments,

@@ -4,6 +4,8 @@
 
 #include <QtTest>
 
+#include <sys/stat.h>
+
 using namespace WorkflowData;
 using Answer = ScriptedPort::Answer;
 
@@ -34,7 +36,9 @@ class ExchangeTest : public QObject
 
 private slots:
     // One command answered so (Answer(): not at all) `times` times (-1: always):
-    // how often the open and segment 2's read go out, the log, the rows saved.
+    // how often the open, segment 2's read and the close go out, the log, the
+    // rows saved. Every attempt that fails after its open went out closes
+    // the controller's file before the next attempt (or the end).
     void readRetries_data()
     {
         QTest::addColumn<int>("retries");
@@ -43,6 +47,7 @@ private slots:
         QTest::addColumn<int>("times");
         QTest::addColumn<int>("opens");
         QTest::addColumn<int>("reads2");
+        QTest::addColumn<int>("closes");
         QTest::addColumn<QStringList>("log");
         QTest::addColumn<QList<int>>("saved"); // none: no file
         const QString read1 = "Reading the Program 1 file fail. Error Code 1.";
@@ -51,25 +56,31 @@ private slots:
             "The retry time of reading the Program 1 file is over %1 times.";
         const QString attemptOver = "Read File retry time is over %1 times.";
         const QByteArray read2 = "0100XFR,1,2";
-        QTest::newRow("0 retries: segment lost, the read goes on")
-            << 0 << read2 << Answer::shortWrite(5) << 1 << 1 << 1
-            << QStringList{"Reading the Program 1 file fail. Error Code 4."} << QList<int>{1, 3};
+        QTest::newRow("0 retries: segment lost, its row kept in place")
+            << 0 << read2 << Answer::shortWrite(5) << 1 << 1 << 1 << 1
+            << QStringList{"Reading the Program 1 file fail. Error Code 4."}
+            << QList<int>{1, -2, 3};
         QTest::newRow("2 retries: segment through at the last")
-            << 2 << read2 << Answer() << 2 << 1 << 3 << QStringList{read1, read1}
+            << 2 << read2 << Answer() << 2 << 1 << 3 << 1 << QStringList{read1, read1}
             << QList<int>{1, 2, 3};
         QTest::newRow("1 retry: repeated attempt from an empty table")
-            << 1 << read2 << Answer() << 2 << 2 << 3
+            << 1 << read2 << Answer() << 2 << 2 << 3 << 2
             << QStringList{read1, read1, segmentOver.arg(1)} << QList<int>{1, 2, 3};
+        QTest::newRow("0 retries: a reply for another segment is no row")
+            << 0 << read2
+            << Answer::withReply(ScriptedPort::framed("0100X00,FR,1,3," + sampleRecord(3)))
+            << 1 << 1 << 1 << 1 << QStringList{"Reading the Program 1 file fail. Error Code 2."}
+            << QList<int>{1, -2, 3};
         const QStringList attempt{read1, read1, read1, segmentOver.arg(2)};
         QTest::newRow("2 retries: segment never through")
-            << 2 << read2 << Answer() << -1 << 3 << 9
+            << 2 << read2 << Answer() << -1 << 3 << 9 << 3
             << (QStringList(attempt) << "First retry." << attempt << attempt << attemptOver.arg(2))
             << QList<int>{};
         QTest::newRow("0 retries: open cut short")
-            << 0 << QByteArray("0100XFO") << Answer::shortWrite(0) << 1 << 1 << 0
+            << 0 << QByteArray("0100XFO") << Answer::shortWrite(0) << 1 << 1 << 0 << 0
             << QStringList{"Opening the Program 1 file fail. Error Code 3."} << QList<int>{};
         QTest::newRow("4 retries: open never through, labelled repeats")
-            << 4 << QByteArray("0100XFO") << Answer() << -1 << 5 << 0
+            << 4 << QByteArray("0100XFO") << Answer() << -1 << 5 << 0 << 5
             << QStringList{open1,         "First retry.", open1, "Second retry.",   open1,
                            "3 st retry.", open1,          open1, attemptOver.arg(4)}
             << QList<int>{};
@@ -91,12 +102,121 @@ private slots:
         const QList<QByteArray> sent = rig.port.sentCommands();
         QTEST(sent.count("0100XFO,1,R,0"), "opens");
         QTEST(sent.count("0100XFR,1,2"), "reads2");
-        QCOMPARE(sent.count("0100XFC,1"), saved.isEmpty() ? 0 : 1);
+        QTEST(sent.count("0100XFC,1"), "closes");
         QCOMPARE(rig.events().filter(QRegularExpression("^R[EF] ")), (QStringList{"RF 0", "RE 1"}));
         QCOMPARE(fileBytes(rig.usbFile("READ_PROG_1_ERROR.txt")),
                  "Program 1:\n" + log.join('\n').toUtf8());
         QCOMPARE(fileBytes(rig.usbFile("PROG_1.txt")),
                  saved.isEmpty() ? QByteArray("<missing>") : programFile(sampleRows(saved)));
+    }
+
+    // The controller's file after a read: a refused first open is taken for
+    // a file an earlier session left open (closed once, opened again), a
+    // close goes out until the controller answers it.
+    void controllerFileReleased_data()
+    {
+        QTest::addColumn<QByteArray>("command");
+        QTest::addColumn<Answer>("answer");
+        QTest::addColumn<int>("times");
+        QTest::addColumn<QList<QByteArray>>("sent");
+        QTest::addColumn<QStringList>("log"); // empty: none
+        QTest::addColumn<bool>("saved");
+        const Answer alreadyOpen = Answer::withReply(ScriptedPort::framed("0100X50"));
+        const QByteArray open = "0100XFO,1,R,0", close = "0100XFC,1";
+        const QList<QByteArray> reads{"0100XFR,1,1", "0100XFR,1,2", "0100XFR,1,3"};
+        QTest::newRow("left open by an earlier session")
+            << open << alreadyOpen << 1
+            << (QList<QByteArray>{open, close, open} << reads << close) << QStringList() << true;
+        QTest::newRow("held open by another client")
+            << open << alreadyOpen << -1 << QList<QByteArray>{open, close, open}
+            << QStringList{"File is already open.",
+                           "The Program 1 file is held open by another client of the controller; "
+                           "it was not closed by this panel."}
+            << false;
+        QTest::newRow("close never answered")
+            << close << Answer() << -1 << (QList<QByteArray>{open} << reads << close << close)
+            << QStringList{"Closing the Program 1 file fail. The file may still be open in the "
+                           "controller."}
+            << true;
+    }
+    void controllerFileReleased()
+    {
+        QFETCH(QByteArray, command);
+        QFETCH(Answer, answer);
+        QFETCH(int, times);
+        QFETCH(QStringList, log);
+        QFETCH(bool, saved);
+        WorkflowRig rig;
+        rig.port.setRetryCount(1);
+        rig.port.addAnswer(command, answer, times < 0 ? ScriptedPort::Forever : times);
+        scriptProgram(rig.port, 1, 3);
+        rig.worker().readProgramFileProcess(1, 3, 0);
+        QTEST(rig.port.sentCommands(), "sent");
+        QCOMPARE(fileBytes(rig.usbFile("READ_PROG_1_ERROR.txt")),
+                 log.isEmpty() ? "<missing>" : "Program 1:\n" + log.join('\n').toUtf8());
+        QCOMPARE(fileBytes(rig.usbFile("PROG_1.txt")),
+                 saved ? programFile(sampleRows({1, 2, 3})) : QByteArray("<missing>"));
+    }
+
+    // A write that must not reach the controller: parameters that did not
+    // all come back (logged, WE raised), or a program file that is no
+    // plausible program file (the user is told). Nothing goes on the line.
+    void writeRefusedBeforeTheController_data()
+    {
+        QTest::addColumn<QList<int>>("paras");
+        QTest::addColumn<QString>("file"); // "fifo", "dir", "big"
+        QTest::addColumn<QStringList>("events");
+        QTest::addColumn<QString>("log"); // empty: none
+        const QList<int> all{-1999, 9999, 0, 0, 0};
+        QTest::newRow("event 3 kind not read")
+            << QList<int>{-1999, 9999, 0, 4} << "" << QStringList{"WF 0", "WE 1"}
+            << "Reading RAM3509 (kind of event 3) from the controller fail. The Program 1 file "
+               "was not written, nothing was checked against made-up limits.";
+        QTest::newRow("limits not read")
+            << QList<int>{} << "" << QStringList{"WF 0", "WE 1"}
+            << "Reading RAM4509 (SP1 low limit) from the controller fail. The Program 1 file was "
+               "not written, nothing was checked against made-up limits.";
+        QTest::newRow("a FIFO") << all << "fifo"
+                                << QStringList{"message DCP30: PROG_1.txt is a pipe (FIFO), not a "
+                                               "program file. It was not opened.",
+                                               "WF 0"}
+                                << "";
+        QTest::newRow("a directory") << all << "dir"
+                                     << QStringList{"message DCP30: PROG_1.txt is a directory, "
+                                                    "not a program file. It was not opened.",
+                                                    "WF 0"}
+                                     << "";
+        QTest::newRow("too large")
+            << all << "big"
+            << QStringList{"message DCP30: PROG_1.txt is too large for a program file (1048578 "
+                           "bytes, at most 1048576). It was not loaded.",
+                           "WF 0"}
+            << "";
+    }
+    void writeRefusedBeforeTheController()
+    {
+        QFETCH(QList<int>, paras);
+        QFETCH(QString, file);
+        WorkflowRig rig;
+        const QString path = rig.usbFile("PROG_1.txt");
+        const QByteArray content = programFile(sampleRows({1, 2, 3}));
+        if (file == "fifo")
+            QCOMPARE(::mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+        else if (file == "dir")
+            QVERIFY(QDir().mkpath(path));
+        else {
+            QFile out(path);
+            QVERIFY(out.open(QIODevice::WriteOnly) &&
+                    out.write(file == "big" ? content + QByteArray((1 << 20) + 2 - content.size(), ' ')
+                                            : content) > 0);
+        }
+        scriptProgram(rig.port, 1, 0);
+        rig.worker().writeProgramFileProcess(paras, 1, 3, 0);
+        QCOMPARE(rig.port.sentCommands(), QList<QByteArray>{});
+        QTEST(rig.events(), "events");
+        QFETCH(QString, log);
+        QCOMPARE(fileBytes(rig.usbFile("WRITE_PROG_1_ERROR.txt")),
+                 log.isEmpty() ? "<missing>" : "Program 1:\n" + log.toUtf8());
     }
 
     // Program 12 of ten segments (records one and two places later), on the

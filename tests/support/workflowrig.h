@@ -40,11 +40,16 @@ inline QStringList sampleRow(int segment)
         .split('|');
 }
 
+// -s stands for the placeholder row a read leaves for a segment that came
+// back without data: its label and "----" in every other cell.
 inline QList<QStringList> sampleRows(const QList<int>& segments)
 {
     QList<QStringList> rows;
     for (int s : segments)
-        rows << sampleRow(s);
+        rows << (s > 0 ? sampleRow(s)
+                       : QStringList{QString("SEG%1").arg(-s)} + QString("----|").repeated(25)
+                                                                      .chopped(1)
+                                                                      .split('|'));
     return rows;
 }
 
