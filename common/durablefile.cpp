@@ -22,7 +22,8 @@ bool commit(QSaveFile& file)
 
 bool syncDirectory(const QString& directory)
 {
-    const int fd = ::open(QFile::encodeName(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int fd =
+        ::open(QFile::encodeName(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0)
         return false;
     // Some file systems (vfat on older kernels) refuse fsync on a directory
@@ -41,11 +42,11 @@ bool isRegularOrAbsent(const QString& path, QString* why)
     if (S_ISREG(st.st_mode))
         return true;
     if (why) {
-        *why = S_ISDIR(st.st_mode)                         ? QStringLiteral("a directory")
-               : S_ISFIFO(st.st_mode)                      ? QStringLiteral("a pipe (FIFO)")
+        *why = S_ISDIR(st.st_mode)                          ? QStringLiteral("a directory")
+               : S_ISFIFO(st.st_mode)                       ? QStringLiteral("a pipe (FIFO)")
                : S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode) ? QStringLiteral("a device")
-               : S_ISSOCK(st.st_mode)                      ? QStringLiteral("a socket")
-                                                           : QStringLiteral("not a regular file");
+               : S_ISSOCK(st.st_mode)                       ? QStringLiteral("a socket")
+                                                            : QStringLiteral("not a regular file");
     }
     return false;
 }

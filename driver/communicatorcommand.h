@@ -11,7 +11,7 @@ class CommunicatorCommand
 public:
     // Values of dataType.
     enum DataKind {
-        BitKind = 0,        // one bit per element, eight to a byte
+        BitKind = 0, // one bit per element, eight to a byte
         ByteKind = 1,
         WordKind = 2,       // 16 bits
         DoubleWordKind = 3, // 32 bits

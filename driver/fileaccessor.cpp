@@ -288,8 +288,10 @@ QString FileAccessor::parameterReadFailure(const QList<int>& paras, int programI
         const char* address;
         const char* meaning;
     };
-    static const Read reads[] = {{"RAM4509", "SP1 low limit"},  {"RAM4509", "SP1 high limit"},
-                                 {"RAM3501", "kind of event 1"}, {"RAM3505", "kind of event 2"},
+    static const Read reads[] = {{"RAM4509", "SP1 low limit"},
+                                 {"RAM4509", "SP1 high limit"},
+                                 {"RAM3501", "kind of event 1"},
+                                 {"RAM3505", "kind of event 2"},
                                  {"RAM3509", "kind of event 3"}};
     if (paras.size() >= 5)
         return QString();

@@ -156,8 +156,8 @@ FileAccessor::ExchangeResult FileAccessor::openControllerFile(Command command, i
     static const QString alreadyOpen = QStringLiteral("50");
     const bool firstOfTransfer = transferFresh;
     QStringList openErrors;
-    ExchangeResult opened = reportedExchange(command, programID, 0, QString(), openErrors,
-                                             sendFailure, headerFailure);
+    ExchangeResult opened =
+        reportedExchange(command, programID, 0, QString(), openErrors, sendFailure, headerFailure);
     if (firstOfTransfer && opened.outcome == ExchangeOutcome::ControllerError &&
         opened.statusCode == alreadyOpen) {
         qCInfo(dcp30Event) << "program" << programID

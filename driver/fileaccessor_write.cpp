@@ -60,8 +60,8 @@ bool FileAccessor::openFileForWrite(int programID, int segmentCnt, QList<QString
     initRWCommand();
     const QString opening = QStringLiteral("Opening the Program %1 file fail. Error Code %2.");
     const ExchangeResult opened =
-        openControllerFile(Command::OpenWrite, programID, errorList,
-                           opening.arg(programID).arg(13), opening.arg(programID).arg(11));
+        openControllerFile(Command::OpenWrite, programID, errorList, opening.arg(programID).arg(13),
+                           opening.arg(programID).arg(11));
     if (opened.outcome != ExchangeOutcome::Accepted)
         return opened.outcome == ExchangeOutcome::ControllerError; // a refusal is final
 

@@ -155,7 +155,8 @@ int main(int argc, char** argv)
     QFile frames(parser.value(frameLog));
     if (parser.isSet(frameLog)) {
         if (!frames.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
-            return usageError(QStringLiteral("--frame-log: cannot write %1").arg(frames.fileName()));
+            return usageError(
+                QStringLiteral("--frame-log: cannot write %1").arg(frames.fileName()));
         engine.frameHeard = [&frames](const QByteArray& text) { frames.write(text + '\n'); };
     }
     options.stdinLine = [&engine](const QByteArray& line) {

@@ -218,10 +218,10 @@ private slots:
         QTest::newRow("full") << "38ffffff5a050000 01000000 00000080 ffffff7f0500"
                               << QList<int>{-200, 1370, 1, INT_MIN, INT_MAX} << 4;
         // A short answer would be a made-up value: the list ends before it.
-        QTest::newRow("event 2 short") << "1027000034000000 03000000 ffffff 01000000"
-                                       << QList<int>{10000, 0x34, 3} << 3;
-        QTest::newRow("limits short") << "10270000340000 03000000 01000000 01000000"
-                                      << QList<int>{} << 1;
+        QTest::newRow("event 2 short")
+            << "1027000034000000 03000000 ffffff 01000000" << QList<int>{10000, 0x34, 3} << 3;
+        QTest::newRow("limits short")
+            << "10270000340000 03000000 01000000 01000000" << QList<int>{} << 1;
         QTest::newRow("none") << "   " << QList<int>{} << 1;
     }
     // The parameters are read, with the latest port, before the request

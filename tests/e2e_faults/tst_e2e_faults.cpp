@@ -127,17 +127,15 @@ private slots:
                 rules << QString("%1@at=%2").arg(rule).arg(at);
             return rules;
         };
-        QTest::newRow("read, open reply lost")
-            << true << QStringList{"drop:FO-R"} << 1 << "" << 1
-            << "Opening the Program 3 file fail. Error Code 1.";
-        QTest::newRow("read, segment retries used up")
-            << true << twice("deaf:FR:2") << 1 << "" << 1
-            << "Read File retry time is over 1 times.";
+        QTest::newRow("read, open reply lost") << true << QStringList{"drop:FO-R"} << 1 << "" << 1
+                                               << "Opening the Program 3 file fail. Error Code 1.";
+        QTest::newRow("read, segment retries used up") << true << twice("deaf:FR:2") << 1 << "" << 1
+                                                       << "Read File retry time is over 1 times.";
         QTest::newRow("write, segment retries used up")
             << false << twice("deaf:FW:2") << 1 << "" << 1
             << "Write File retry time is over 1 times.";
-        QTest::newRow("write, close lost: repeated") << false << QStringList{"deaf:FC"} << 1 << ""
-                                                     << 0 << "wrote";
+        QTest::newRow("write, close lost: repeated")
+            << false << QStringList{"deaf:FC"} << 1 << "" << 0 << "wrote";
         QTest::newRow("write, close lost, no retries")
             << false << QStringList{"deaf:FC"} << 0 << "" << 1
             << "The file may still be open in the controller.";
@@ -145,8 +143,8 @@ private slots:
             << true << QStringList() << 3 << "timeout" << 1 << "RF0 still set after 1 s";
         QTest::newRow("read, Ctrl-C") << true << QStringList() << 3 << "INT" << 130
                                       << "interrupted: program 3 in the controller is unchanged";
-        QTest::newRow("write, SIGTERM") << false << QStringList() << 3 << "TERM" << 143
-                                        << "interrupted: program 5: segment";
+        QTest::newRow("write, SIGTERM")
+            << false << QStringList() << 3 << "TERM" << 143 << "interrupted: program 5: segment";
     }
     void noLockOut()
     {
@@ -156,8 +154,8 @@ private slots:
         QFETCH(QString, interrupt);
         QTemporaryDir dir;
         const QString programs = dir.filePath(QStringLiteral("programs.txt"));
-        QStringList simArgs{"--baud", "0", "--open-timeout", "0", "--programs", programs,
-                            "--save-on-exit"};
+        QStringList simArgs{"--baud",     "0",      "--open-timeout", "0",
+                            "--programs", programs, "--save-on-exit"};
         for (const QString& rule : rules)
             simArgs << "--fault" << rule;
         Simulator sim(simArgs);
@@ -169,16 +167,18 @@ private slots:
         const QByteArray source = expectedProgramFile(samples, 3, segmentRange(segments));
         if (!read)
             QVERIFY(writeFile(programFile, source));
-        const QStringList args = transferArgs(read ? "read" : "write", sim.device(), program,
-                                              segments, dir.path())
-                                 << "--retries" << QString::number(retries);
+        const QStringList args =
+            transferArgs(read ? "read" : "write", sim.device(), program, segments, dir.path())
+            << "--retries" << QString::number(retries);
 
         // Interrupted runs go at the real pace, so there is a transfer to cut short.
         const int signal = interrupt == "INT" ? SIGINT : interrupt == "TERM" ? SIGTERM : 0;
-        const ToolRun first = runTool(
-            interrupt == "timeout" ? QStringList(args) << "--timeout" << "1" : args,
-            interrupt.isEmpty() ? 30 : 100, signal ? QStringLiteral("progress ") : QString(),
-            [signal](qint64 pid) { ::kill(pid_t(pid), signal); });
+        const ToolRun first = runTool(interrupt == "timeout" ? QStringList(args) << "--timeout"
+                                                                                 << "1"
+                                                             : args,
+                                      interrupt.isEmpty() ? 30 : 100,
+                                      signal ? QStringLiteral("progress ") : QString(),
+                                      [signal](qint64 pid) { ::kill(pid_t(pid), signal); });
         QFETCH(int, exitCode);
         QFETCH(QString, said);
         QVERIFY2(first.ok(exitCode) && (first.err + first.out).contains(said),
@@ -221,7 +221,7 @@ private slots:
         ToolRun run = runTool(transferArgs("read", sim.device(), 3, 3, dir.path()), 30);
         QVERIFY2(run.ok(0), qPrintable(run.describe()));
         QCOMPARE(newFrames(), (QStringList{"0100XFO,3,R,0", "0100XFR,3,1", "0100XFR,3,2",
-                                                  "0100XFR,3,3", "0100XFC,3"}));
+                                           "0100XFR,3,3", "0100XFC,3"}));
 
         QVERIFY(QFile::rename(dir.filePath("PROG_3.txt"), dir.filePath("PROG_5.txt")));
         run = runTool(transferArgs("write", sim.device(), 5, 3, dir.path()), 30);
@@ -232,8 +232,8 @@ private slots:
         QCOMPARE(reads.filter(QRegularExpression("^0100XRS,")).size(), 4);
         QCOMPARE(frames.mid(4, 4), reads);
         QCOMPARE(frames.mid(8), (QStringList{"0100XFO,5,W,0", "0100XFW,5,1," + record(1),
-                                             "0100XFW,5,2," + record(2),
-                                             "0100XFW,5,3," + record(3), "0100XFC,5"}));
+                                             "0100XFW,5,2," + record(2), "0100XFW,5,3," + record(3),
+                                             "0100XFC,5"}));
 
         // Row 2's SP1 beyond the limits.
         QByteArray faulty = readFile(dir.filePath("PROG_5.txt"));
@@ -253,9 +253,8 @@ private slots:
         run = runTool(transferArgs("write", sim.device(), 6, 3, dir.path()) << "--force", 30);
         QVERIFY2(run.ok(1) && run.err.contains("the driver raised WE0"),
                  qPrintable(run.describe()));
-        QCOMPARE(newFrames().mid(8),
-                 (QStringList{"0100XFO,6,W,0", "0100XFW,6,1," + record(1),
-                              "0100XFW,6,3," + record(3), "0100XFC,6"}));
+        QCOMPARE(newFrames().mid(8), (QStringList{"0100XFO,6,W,0", "0100XFW,6,1," + record(1),
+                                                  "0100XFW,6,3," + record(3), "0100XFC,6"}));
 
         // The 28th register read is the driver's last one of this write.
         run = runTool(transferArgs("write", sim.device(), 5, 3, dir.path()) << "--force", 30);

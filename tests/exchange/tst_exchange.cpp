@@ -68,8 +68,8 @@ private slots:
             << QStringList{read1, read1, segmentOver.arg(1)} << QList<int>{1, 2, 3};
         QTest::newRow("0 retries: a reply for another segment is no row")
             << 0 << read2
-            << Answer::withReply(ScriptedPort::framed("0100X00,FR,1,3," + sampleRecord(3)))
-            << 1 << 1 << 1 << 1 << QStringList{"Reading the Program 1 file fail. Error Code 2."}
+            << Answer::withReply(ScriptedPort::framed("0100X00,FR,1,3," + sampleRecord(3))) << 1
+            << 1 << 1 << 1 << QStringList{"Reading the Program 1 file fail. Error Code 2."}
             << QList<int>{1, -2, 3};
         const QStringList attempt{read1, read1, read1, segmentOver.arg(2)};
         QTest::newRow("2 retries: segment never through")
@@ -125,8 +125,8 @@ private slots:
         const QByteArray open = "0100XFO,1,R,0", close = "0100XFC,1";
         const QList<QByteArray> reads{"0100XFR,1,1", "0100XFR,1,2", "0100XFR,1,3"};
         QTest::newRow("left open by an earlier session")
-            << open << alreadyOpen << 1
-            << (QList<QByteArray>{open, close, open} << reads << close) << QStringList() << true;
+            << open << alreadyOpen << 1 << (QList<QByteArray>{open, close, open} << reads << close)
+            << QStringList() << true;
         QTest::newRow("held open by another client")
             << open << alreadyOpen << -1 << QList<QByteArray>{open, close, open}
             << QStringList{"File is already open.",
@@ -207,8 +207,9 @@ private slots:
         else {
             QFile out(path);
             QVERIFY(out.open(QIODevice::WriteOnly) &&
-                    out.write(file == "big" ? content + QByteArray((1 << 20) + 2 - content.size(), ' ')
-                                            : content) > 0);
+                    out.write(file == "big"
+                                  ? content + QByteArray((1 << 20) + 2 - content.size(), ' ')
+                                  : content) > 0);
         }
         scriptProgram(rig.port, 1, 0);
         rig.worker().writeProgramFileProcess(paras, 1, 3, 0);

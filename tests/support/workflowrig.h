@@ -47,9 +47,8 @@ inline QList<QStringList> sampleRows(const QList<int>& segments)
     QList<QStringList> rows;
     for (int s : segments)
         rows << (s > 0 ? sampleRow(s)
-                       : QStringList{QString("SEG%1").arg(-s)} + QString("----|").repeated(25)
-                                                                      .chopped(1)
-                                                                      .split('|'));
+                       : QStringList{QString("SEG%1").arg(-s)} +
+                             QString("----|").repeated(25).chopped(1).split('|'));
     return rows;
 }
 

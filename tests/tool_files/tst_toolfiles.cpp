@@ -128,8 +128,8 @@ private slots:
         QCOMPARE(lines.mid(0, 2), (QStringList{"Warning: Line 3 is 6 columns short of header.",
                                                "Warning: Line 5 is 1 columns more of header."}));
 
-        const E2e::ToolRun write =
-            E2e::runTool(E2e::transferArgs("write", sim.device(), 1, 6, usb.path()), 30);
+        const E2e::ToolRun write = E2e::runTool(
+            E2e::transferArgs("write", sim.device(), 1, 6, usb.path()) << "--force", 30);
         QVERIFY2(write.ok(1), qPrintable(write.describe()));
         QCOMPARE(QString::fromUtf8(E2e::readFile(usb.filePath("WRITE_PROG_1_ERROR.txt"))),
                  "Program 1:\n" + lines.mid(2).join(QLatin1Char('\n')));
@@ -139,8 +139,8 @@ private slots:
     // by the labels, with every column aligned under its title.
     void showAlignsColumnGroups()
     {
-        const QString file = writeProgram(dir.filePath(QStringLiteral("show.txt")),
-                                          rows(2, {{2, Sp1, "123456"}}));
+        const QString file =
+            writeProgram(dir.filePath(QStringLiteral("show.txt")), rows(2, {{2, Sp1, "123456"}}));
         const E2e::ToolRun run = E2e::runTool({"show", file});
         QVERIFY2(run.ok(0), qPrintable(run.describe()));
         const QStringList lines = run.out.split(QLatin1Char('\n'));

@@ -113,14 +113,13 @@ int runClose(const QStringList& args)
     if (answer.accepted)
         out << "close: program " << program << ": closed (status " << answer.status << ")\n";
     else
-        out << "close: program " << program << ": the controller answered " << answer.status
-            << ": " << answer.message << '\n';
+        out << "close: program " << program << ": the controller answered " << answer.status << ": "
+            << answer.message << '\n';
     return 0;
 }
 
-const SubcommandRegistration registration{
-    Subcommand{QStringLiteral("close"),
-               QStringLiteral("close a program file the controller holds open"),
-               QString::fromLatin1(Usage), runClose}};
+const SubcommandRegistration registration{Subcommand{
+    QStringLiteral("close"), QStringLiteral("close a program file the controller holds open"),
+    QString::fromLatin1(Usage), runClose}};
 
 } // namespace

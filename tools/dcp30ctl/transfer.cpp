@@ -608,9 +608,8 @@ bool checkBeforeWriting(PluginSession& session, const TransferRequest& request,
 // Reads the program back through the driver into a scratch medium and
 // compares the records with those of the file written. False on a failed
 // read or any difference; said.
-bool verifyWrite(PluginSession& session, const TransferRequest& request,
-                 const QString& programFile, const SegmentCodec::WriteParameters& limits,
-                 const QString& prefix)
+bool verifyWrite(PluginSession& session, const TransferRequest& request, const QString& programFile,
+                 const SegmentCodec::WriteParameters& limits, const QString& prefix)
 {
     QTemporaryDir scratch;
     TransferRequest readBack = request;
@@ -695,8 +694,8 @@ int runTransfer(TransferDirection direction, const QStringList& args)
     const FileStamp logBefore = FileStamp::of(logFile);
 
     SegmentCodec::WriteParameters limits;
-    if (direction == TransferDirection::Write && !checkBeforeWriting(session, request, programFile,
-                                                                     prefix, &limits))
+    if (direction == TransferDirection::Write &&
+        !checkBeforeWriting(session, request, programFile, prefix, &limits))
         return 1;
 
     ScreenOutcome outcome;
@@ -772,7 +771,8 @@ int runTransfer(TransferDirection direction, const QStringList& args)
                          .arg(request.program)
                          .arg(reasons.join(QStringLiteral("; "))));
         if (reasons.join(QString()).contains(QLatin1String("File is already open.")) ||
-            QString::fromLocal8Bit(readWhole(logFile)).contains(QLatin1String("File is already open.")))
+            QString::fromLocal8Bit(readWhole(logFile))
+                .contains(QLatin1String("File is already open.")))
             say(prefix + QStringLiteral("hint: 'dcp30ctl close --port %1 --program %2' closes a "
                                         "program file the controller holds open")
                              .arg(request.session.portName)

@@ -44,8 +44,8 @@ bool encodedRecords(const QString& programFile, const SegmentCodec::WriteParamet
     return true;
 }
 
-QStringList recordDifferences(const QMap<int, QString>& written,
-                              const QMap<int, QString>& readBack, int segments)
+QStringList recordDifferences(const QMap<int, QString>& written, const QMap<int, QString>& readBack,
+                              int segments)
 {
     QStringList lines;
     const QString none = QStringLiteral("(nothing)");
@@ -67,12 +67,11 @@ QString interruptedWriteState(int program, int segments, int done)
             .arg(program);
     if (done >= segments)
         return QStringLiteral("program %1: all %2 segments written").arg(program).arg(segments);
-    const QString written = done == 1 ? QStringLiteral("segment 1")
-                                      : QStringLiteral("segments 1-%1").arg(done);
-    const QString rest = done + 1 == segments ? QStringLiteral("segment %1").arg(segments)
-                                              : QStringLiteral("segments %1-%2")
-                                                    .arg(done + 1)
-                                                    .arg(segments);
+    const QString written =
+        done == 1 ? QStringLiteral("segment 1") : QStringLiteral("segments 1-%1").arg(done);
+    const QString rest = done + 1 == segments
+                             ? QStringLiteral("segment %1").arg(segments)
+                             : QStringLiteral("segments %1-%2").arg(done + 1).arg(segments);
     return QStringLiteral("program %1: %2 written, %3 not written; the program in the controller "
                           "is incomplete (segment %4 was on the line when the write stopped)")
         .arg(program)

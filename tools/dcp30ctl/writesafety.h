@@ -33,8 +33,8 @@ bool encodedRecords(const QString& programFile, const SegmentCodec::WriteParamet
 
 // One line per segment whose records differ ("segment 3: written ...,
 // read back ..."); empty when the two agree on segments 1..segments.
-QStringList recordDifferences(const QMap<int, QString>& written,
-                              const QMap<int, QString>& readBack, int segments);
+QStringList recordDifferences(const QMap<int, QString>& written, const QMap<int, QString>& readBack,
+                              int segments);
 
 // "program 12: segments 1-11 written, 12-30 not written ..." for a write
 // stopped after `done` of `segments` segments, or "nothing written".
