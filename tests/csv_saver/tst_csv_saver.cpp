@@ -5,6 +5,11 @@
 
 #include <QtTest>
 
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 using Table = QList<QStringList>;
 
 class TestCsvSaver : public QObject
@@ -73,6 +78,64 @@ private slots:
         });
         QCOMPARE(seen, QVariantList({false, QStringList{"File cannot be opened."}, missingDir, true,
                                      QStringList(), m_dir.path()}));
+    }
+
+    // A medium that fills up while the table is written, and a process
+    // killed at any moment of a save: the previous file stays byte for
+    // byte (or the new one is complete), and no temporary file is left
+    // beside it by a failed save.
+    void previousFileSurvives()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("PROG_3.txt"));
+        const QByteArray previous = csvtest::utf16le(QStringLiteral("-\tSP1\nSEG1\t10\n"), true);
+        {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(previous) == previous.size());
+        }
+        Table big;
+        for (int r = 0; r < 4000; ++r)
+            big << QStringList{QStringLiteral("SEG%1").arg(r), QStringLiteral("1234"),
+                               QStringLiteral("01:30")};
+
+        // Files may not grow past 8 KiB: a full medium as the writer sees it.
+        struct rlimit saved {
+        };
+        QCOMPARE(::getrlimit(RLIMIT_FSIZE, &saved), 0);
+        const sighandler_t oldHandler = ::signal(SIGXFSZ, SIG_IGN);
+        struct rlimit small = saved;
+        small.rlim_cur = 8192;
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+        KCSVSaver saver(nullptr);
+        const bool savedOk = saver.saveFile(big, path);
+        ::setrlimit(RLIMIT_FSIZE, &saved);
+        ::signal(SIGXFSZ, oldHandler);
+        QVERIFY(!savedOk);
+        QCOMPARE(saver.errorMessageList(), QStringList{"File cannot be written."});
+        QCOMPARE(csvtest::readFile(path), previous);
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{"PROG_3.txt"});
+
+        // Killed at five moments of saving the big table over the previous file.
+        QVERIFY(saver.saveFile(big, dir.filePath(QStringLiteral("big.txt"))));
+        const QByteArray complete = csvtest::readFile(dir.filePath(QStringLiteral("big.txt")));
+        for (int delayMs : {1, 3, 7, 15, 30}) {
+            const pid_t child = ::fork();
+            QVERIFY(child >= 0);
+            if (child == 0) {
+                for (;;) {
+                    KCSVSaver inChild(nullptr);
+                    inChild.saveFile(big, path);
+                }
+            }
+            QThread::msleep(ulong(delayMs));
+            ::kill(child, SIGKILL);
+            ::waitpid(child, nullptr, 0);
+            const QByteArray now = csvtest::readFile(path);
+            QVERIFY2(
+                now == previous || now == complete,
+                qPrintable(
+                    QStringLiteral("%1 bytes after a kill at %2 ms").arg(now.size()).arg(delayMs)));
+        }
     }
 
 private:
