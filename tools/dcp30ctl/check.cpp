@@ -164,7 +164,7 @@ int runCheck(const QStringList& args)
     ProgramFile file;
     if (!loadProgramFile(parser.positionalArguments().first(), file, error))
         return stop(error);
-    report.set(QStringLiteral("file"), file.path);
+    report.set(QStringLiteral("file"), file.displayName());
 
     SegmentCodec::WriteParameters params = ParameterOptions::SampleController;
     if (parser.isSet(portOption) &&

@@ -143,8 +143,8 @@ int runCompare(const QStringList& args)
     const int status = differences.isEmpty() ? 0 : 1;
 
     if (json) {
-        report.set(QStringLiteral("a"), a.path);
-        report.set(QStringLiteral("b"), b.path);
+        report.set(QStringLiteral("a"), a.displayName());
+        report.set(QStringLiteral("b"), b.displayName());
         report.set(QStringLiteral("by"), byText ? QStringLiteral("text") : QStringLiteral("value"));
         if (!byText)
             report.set(QStringLiteral("parameters"), ParameterOptions::describe(params));
@@ -160,7 +160,7 @@ int runCompare(const QStringList& args)
     QTextStream out(stdout);
     for (const QString& w : warnings)
         out << "Warning: " << w << '\n';
-    out << "A: " << a.path << '\n' << "B: " << b.path << '\n';
+    out << "A: " << a.displayName() << '\n' << "B: " << b.displayName() << '\n';
     for (const ValueCompare::Difference& d : differences)
         out << differenceLine(d) << '\n';
     out << summary << '\n';

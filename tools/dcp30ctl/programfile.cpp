@@ -77,20 +77,12 @@ QStringList trimmedHeader(QStringList header)
     return header;
 }
 
-QString escapeControls(const QString& cell)
-{
-    QString out;
-    out.reserve(cell.size());
-    for (const QChar c : cell) {
-        if (isControl(c) || c.category() == QChar::Other_Control)
-            out += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0')).toUpper();
-        else
-            out += c;
-    }
-    return out;
-}
-
 } // namespace
+
+QString ProgramFile::displayName() const
+{
+    return path == StandardInput ? QStringLiteral("standard input") : path;
+}
 
 QString ProgramFile::columnTitle(int column) const
 {
@@ -196,8 +188,7 @@ bool loadProgramFile(const QString& path, ProgramFile& file, QString& error)
     file.path = path;
     const bool fromStdin = path == StandardInput;
     auto fail = [&](const QString& reason) {
-        error = QStringLiteral("%1: %2").arg(fromStdin ? QStringLiteral("standard input") : path,
-                                             reason);
+        error = QStringLiteral("%1: %2").arg(file.displayName(), reason);
         return false;
     };
 
@@ -290,7 +281,7 @@ bool parseEventKinds(const QString& text, qint32& k1, qint32& k2, qint32& k3)
 
 QString displayCell(const QString& cell, int maxChars)
 {
-    QString shown = escapeControls(cell);
+    QString shown = escapedCell(cell);
     if (shown.size() > maxChars)
         shown = shown.left(qMax(0, maxChars - 3)) + QLatin1String("...");
     const bool blankEdges = !cell.isEmpty() && (cell.front().isSpace() || cell.back().isSpace());
@@ -299,7 +290,20 @@ QString displayCell(const QString& cell, int maxChars)
     return shown;
 }
 
+QString escapedCell(const QString& cell)
+{
+    QString out;
+    out.reserve(cell.size());
+    for (const QChar c : cell) {
+        if (isControl(c) || c.category() == QChar::Other_Control)
+            out += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0')).toUpper();
+        else
+            out += c;
+    }
+    return out;
+}
+
 QString quotedCell(const QString& cell)
 {
-    return QLatin1Char('"') + escapeControls(cell) + QLatin1Char('"');
+    return QLatin1Char('"') + escapedCell(cell) + QLatin1Char('"');
 }

@@ -21,6 +21,8 @@ struct ProgramFile {
     bool headerMatches = true;
 
     int segmentCount() const { return rows.size(); }
+    // The path, or "standard input" for "-".
+    QString displayName() const;
     // The title of column `column` (0-based) from the header row, or
     // "column N" (1-based) where the header has no such cell.
     QString columnTitle(int column) const;
@@ -58,5 +60,8 @@ bool parseEventKinds(const QString& text, qint32& k1, qint32& k2, qint32& k3);
 QString displayCell(const QString& cell, int maxChars = 30);
 // Always quoted, control characters as \xNN; for messages naming a value.
 QString quotedCell(const QString& cell);
+// The cell whole, control characters (tabs and line breaks among them) as
+// \xNN: one field of a tab-separated line.
+QString escapedCell(const QString& cell);
 
 #endif
