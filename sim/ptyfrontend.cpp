@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcSim, "dcp.sim", QtInfoMsg)
-Q_LOGGING_CATEGORY(lcSimWire, "dcp.sim.wire", QtWarningMsg)
 
 namespace
 {
@@ -116,7 +115,7 @@ bool PtyFrontEnd::writeDue(qint64 nowNs)
     const ssize_t written = ::write(master, chunk.constData(), size_t(chunk.size()));
     if (written < 0)
         return errno == EAGAIN || errno == EINTR;
-    qCDebug(lcSimWire) << "sent" << chunk.left(int(written));
+    trace.sent(chunk.left(int(written)));
     outgoing.erase(outgoing.begin(), outgoing.begin() + written);
     return true;
 }
@@ -167,9 +166,13 @@ int PtyFrontEnd::run()
             const ssize_t n = ::read(master, buffer, sizeof buffer);
             if (n > 0) {
                 const QByteArray bytes(buffer, int(n));
-                qCDebug(lcSimWire) << "received" << bytes;
+                trace.received(bytes);
                 lastTrafficNs = monotonicNs();
-                for (const EngineReply& reply : engine.feedReplies(bytes))
+                const ProgramStore before = engine.programs();
+                const QList<EngineReply> replies = engine.feedReplies(bytes);
+                if (options.onProgramsChanged && !(engine.programs() == before))
+                    options.onProgramsChanged();
+                for (const EngineReply& reply : replies)
                     schedule(reply, lastTrafficNs);
             }
         }

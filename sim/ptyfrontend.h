@@ -2,10 +2,12 @@
 #define SIM_PTYFRONTEND_H
 
 #include "sim/controllerengine.h"
+#include "sim/wiretrace.h"
 
 #include <QString>
 
 #include <deque>
+#include <functional>
 
 struct FrontEndOptions {
     QString linkPath;      // symlink to the device, removed on exit; empty: none
@@ -13,6 +15,9 @@ struct FrontEndOptions {
     int turnaroundMs = 5;  // silence between a request's end and its reply
     int openTimeoutMs = 0; // close a file left open this long without traffic; 0: never
     bool exitOnStdinEof = false;
+    // Called after a request has changed the program store (a segment
+    // written), before the reply goes out.
+    std::function<void()> onProgramsChanged;
 };
 
 // The simulator's line: a pseudo-terminal whose slave side a serial port
@@ -53,6 +58,7 @@ private:
     std::deque<Outgoing> outgoing;
     qint64 lineFreeNs = 0;
     qint64 lastTrafficNs = 0;
+    WireTrace trace;
 };
 
 #endif
