@@ -323,6 +323,46 @@ private slots:
         QVERIFY(onCurve(10, 100) && onCurve(75, 150) && onCurve(115, 283.3));
         QVERIFY(!onCurve(30, 300) && !onCurve(90, 100));
     }
+
+    // A segment the checks refuse (SP1 beyond the limits) and a hole are
+    // marked in the picture (a red triangle over the segment) and named on
+    // stderr; a narrow picture numbers what it can and names the rest.
+    void plotMarksProblems()
+    {
+        QList<QStringList> program = rows(3, {{2, Sp1, "99999"}});
+        program[2] = QStringList{"SEG3"} + QStringList(QVector<QString>(25, "----").toList());
+        const QString file = writeProgram(dir.filePath(QStringLiteral("marks.txt")), program);
+        const QString png = dir.filePath(QStringLiteral("marks.png"));
+        const E2e::ToolRun run =
+            E2e::runTool({"plot", file, "-o", png, "--width", "640", "--height", "400"});
+        QVERIFY2(run.ok(0), qPrintable(run.describe()));
+        QVERIFY2(run.err.contains("segment 2 would not be written: SP1 [99999] is out of range") &&
+                     run.err.contains("segment 3 has no value set"),
+                 qPrintable(run.err));
+        QImage image;
+        QVERIFY(image.load(png, "PNG"));
+        ProgramPlot::Options options;
+        options.size = QSize(640, 400);
+        const ProgramPlot::Layout layout(ProgramPlot::buildProgram(program), options);
+        auto red = [&](double minutes) {
+            const QColor c(image.pixel(int(layout.x(minutes)), int(layout.curveArea().top()) + 2));
+            return c.red() > 150 && c.green() < 80 && c.blue() < 80;
+        };
+        // The hole lasts no time: its mark sits on the right edge at 2:00.
+        QVERIFY(red(90) && red(119.5) && !red(30));
+
+        const QString thirty = writeProgram(dir.filePath(QStringLiteral("thirty.txt")), rows(30));
+        const E2e::ToolRun narrow = E2e::runTool({"plot", thirty, "-o", dir.filePath("narrow.svg"),
+                                                  "--width", "320", "--height", "240"});
+        QVERIFY2(narrow.ok(0), qPrintable(narrow.describe()));
+        const QString cue = QStringLiteral("too narrow at this width to be numbered: ");
+        const int at = narrow.err.indexOf(cue);
+        QVERIFY2(at >= 0, qPrintable(narrow.err));
+        const QStringList unnumbered =
+            narrow.err.mid(at + cue.size()).section('\n', 0, 0).split(", ");
+        QVERIFY2(unnumbered.size() > 1 && unnumbered.size() < 30 && !unnumbered.contains("1"),
+                 qPrintable(narrow.err));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestToolFiles)

@@ -3,7 +3,9 @@
 #include "tooloutput.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QGuiApplication>
+#include <QTemporaryDir>
 #include <QTextStream>
 
 #include <algorithm>
@@ -95,10 +97,18 @@ int main(int argc, char** argv)
     // Only painting needs QtGui (fonts), and then headless. A GUI
     // application costs a platform plug-in, whose screen objects Qt 5.15
     // never frees; the other commands stay without one.
+    std::unique_ptr<QTemporaryDir> runtimeDir;
     std::unique_ptr<QCoreApplication> app;
     if (commandPaints(argc, argv)) {
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
             qputenv("QT_QPA_PLATFORM", "offscreen");
+        // The platform layer wants a private runtime folder and warns on
+        // every run without one (a login shell has it, cron or ssh may not).
+        if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR")) {
+            runtimeDir = std::make_unique<QTemporaryDir>();
+            if (runtimeDir->isValid())
+                qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtimeDir->path()));
+        }
         app = std::make_unique<QGuiApplication>(argc, argv);
     } else {
         app = std::make_unique<QCoreApplication>(argc, argv);
