@@ -91,6 +91,13 @@ void PtyFrontEnd::stop()
     }
 }
 
+void PtyFrontEnd::reportProgramsChanged()
+{
+    if (programsChanged && options.onProgramsChanged)
+        options.onProgramsChanged();
+    programsChanged = false;
+}
+
 void PtyFrontEnd::schedule(const EngineReply& reply, qint64 nowNs)
 {
     const qint64 byteNs = options.baud > 0 ? qint64(11) * 1000000000 / options.baud : 0;
@@ -129,6 +136,10 @@ int PtyFrontEnd::run()
             qCCritical(lcSim).noquote() << errnoText("write");
             return 1;
         }
+        // Saved once the reply is on the line: a save (it syncs to disk)
+        // must not make the reply late.
+        if (programsChanged && outgoing.empty())
+            reportProgramsChanged();
         if (options.openTimeoutMs > 0 && engine.openMode() != ControllerEngine::OpenMode::None &&
             now - lastTrafficNs > qint64(options.openTimeoutMs) * 1000000) {
             qCInfo(lcSim) << "program" << engine.openProgram() << "closed after the idle timeout";
@@ -153,13 +164,17 @@ int PtyFrontEnd::run()
             qCCritical(lcSim).noquote() << errnoText("poll");
             return 1;
         }
-        if (fds[1].revents)
+        if (fds[1].revents) {
+            reportProgramsChanged();
             return 0;
+        }
         if (count == 3 && fds[2].revents) {
             char sink[256];
             const ssize_t n = ::read(0, sink, sizeof sink);
-            if (n == 0 || (n < 0 && errno != EINTR && errno != EAGAIN))
+            if (n == 0 || (n < 0 && errno != EINTR && errno != EAGAIN)) {
+                reportProgramsChanged();
                 return 0;
+            }
         }
         if (fds[0].revents & POLLIN) {
             char buffer[1024];
@@ -169,11 +184,9 @@ int PtyFrontEnd::run()
                 trace.received(bytes);
                 lastTrafficNs = monotonicNs();
                 const ProgramStore before = engine.programs();
-                const QList<EngineReply> replies = engine.feedReplies(bytes);
-                if (options.onProgramsChanged && !(engine.programs() == before))
-                    options.onProgramsChanged();
-                for (const EngineReply& reply : replies)
+                for (const EngineReply& reply : engine.feedReplies(bytes))
                     schedule(reply, lastTrafficNs);
+                programsChanged = programsChanged || !(engine.programs() == before);
             }
         }
     }

@@ -16,7 +16,7 @@ struct FrontEndOptions {
     int openTimeoutMs = 0; // close a file left open this long without traffic; 0: never
     bool exitOnStdinEof = false;
     // Called after a request has changed the program store (a segment
-    // written), before the reply goes out.
+    // written), once its reply has gone out, and on stopping if still due.
     std::function<void()> onProgramsChanged;
 };
 
@@ -48,6 +48,7 @@ private:
     };
     void schedule(const EngineReply& reply, qint64 nowNs);
     bool writeDue(qint64 nowNs);
+    void reportProgramsChanged();
 
     ControllerEngine& engine;
     FrontEndOptions options;
@@ -59,6 +60,7 @@ private:
     qint64 lineFreeNs = 0;
     qint64 lastTrafficNs = 0;
     WireTrace trace;
+    bool programsChanged = false;
 };
 
 #endif
