@@ -9,6 +9,10 @@
 # ../lib/dcp30 beside itself, then ../lib as in the build tree), so the
 # tree works wherever it is unpacked. `make package` leaves the .deb in build/.
 set(DCP_LIBRARY_DIR lib/${PROJECT_NAME})
+# Installing and packaging take the build as it is (`make package` builds
+# first through dev.sh): a package test running beside the other suites
+# must not relink the binaries they run.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 install(TARGETS dcp30ctl dcp30-sim RUNTIME DESTINATION bin)
 install(TARGETS dcp30 sdc35 LIBRARY DESTINATION ${DCP_LIBRARY_DIR})
