@@ -84,13 +84,6 @@ QString ProgramFile::displayName() const
     return path == StandardInput ? QStringLiteral("standard input") : path;
 }
 
-QString ProgramFile::columnTitle(int column) const
-{
-    if (column < header.size() && !header.at(column).isEmpty())
-        return header.at(column);
-    return QStringLiteral("column %1").arg(column + 1);
-}
-
 QString fileProblem(const QString& path)
 {
     if (path.contains(QChar::ReplacementCharacter))

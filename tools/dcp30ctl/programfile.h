@@ -23,9 +23,6 @@ struct ProgramFile {
     int segmentCount() const { return rows.size(); }
     // The path, or "standard input" for "-".
     QString displayName() const;
-    // The title of column `column` (0-based) from the header row, or
-    // "column N" (1-based) where the header has no such cell.
-    QString columnTitle(int column) const;
 };
 
 // Bounds of what can be a program file (a header and 30 rows of 26 short
