@@ -1,6 +1,6 @@
 # The one entry point: every target installs what is missing (Debian
 # packages), configures and builds through dev.sh.
-.PHONY: all build test demo bench sanitize tsan fuzz fuzz-smoke deps clean
+.PHONY: all build test demo bench sanitize tsan fuzz fuzz-smoke deps package clean
 
 all: build
 
@@ -18,6 +18,8 @@ sanitize:
 	./dev.sh sanitize
 tsan:
 	./dev.sh tsan
+package:
+	./dev.sh package
 # FUZZ_SECONDS per target; CI runs the 60-second smoke.
 FUZZ_SECONDS ?= 60
 fuzz:

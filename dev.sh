@@ -11,7 +11,8 @@ JOBS=${JOBS:-2}
 PACKAGES=(build-essential cmake ccache pkg-config python3 fonts-dejavu-core
           qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite
           libqt5serialport5-dev libqt5svg5-dev
-          clang-14 libclang-rt-14-dev)
+          clang-14 libclang-rt-14-dev
+          help2man)
 
 install_missing() {
     local missing=()
@@ -73,6 +74,11 @@ case "$cmd" in
         build_dir build-tsan -DCMAKE_BUILD_TYPE=Debug -DDCP_TSAN=ON
         TSAN_OPTIONS="suppressions=$ROOT/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1:ignore_noninstrumented_modules=1" \
             run_ctest build-tsan "$@" ;;
+    package)
+        # The Debian package of the host tools: build/dcp30-tools_<version>_<arch>.deb.
+        install_missing
+        build_dir build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+        cmake --build build --target package ;;
     bench)
         install_missing
         build_dir build -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -112,6 +118,6 @@ case "$cmd" in
         fi
         exec bash tools/demo.sh "$@" ;;
     *)
-        echo "usage: $0 {deps|build|test|sanitize|tsan|bench|fuzz [SECONDS]|demo}" >&2
+        echo "usage: $0 {deps|build|test|sanitize|tsan|bench|fuzz [SECONDS]|demo|package}" >&2
         exit 2 ;;
 esac

@@ -4,6 +4,7 @@
 #include <QByteArray>
 #include <QMap>
 #include <QString>
+#include <QStringList>
 
 // The controller's program memory: 19 programs of up to 30 segments, each
 // segment held as its hexadecimal record exactly as it travels on the line.
@@ -28,6 +29,8 @@ public:
 
     // The store the simulator starts with: programs 1, 2 and 3 (see samples.cpp).
     static ProgramStore samples();
+    // One line per sample program: number, tag, segments and what it is.
+    static QStringList sampleDescriptions();
 
     void clear() { programs.clear(); }
     // Stores record (upper-cased) as program/segment; false, changing nothing,

@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcSim, "dcp.sim", QtInfoMsg)
-Q_LOGGING_CATEGORY(lcSimWire, "dcp.sim.wire", QtWarningMsg)
 
 namespace
 {
@@ -92,6 +91,13 @@ void PtyFrontEnd::stop()
     }
 }
 
+void PtyFrontEnd::reportProgramsChanged()
+{
+    if (programsChanged && options.onProgramsChanged)
+        options.onProgramsChanged();
+    programsChanged = false;
+}
+
 void PtyFrontEnd::schedule(const EngineReply& reply, qint64 nowNs)
 {
     const qint64 byteNs = options.baud > 0 ? qint64(11) * 1000000000 / options.baud : 0;
@@ -116,7 +122,7 @@ bool PtyFrontEnd::writeDue(qint64 nowNs)
     const ssize_t written = ::write(master, chunk.constData(), size_t(chunk.size()));
     if (written < 0)
         return errno == EAGAIN || errno == EINTR;
-    qCDebug(lcSimWire) << "sent" << chunk.left(int(written));
+    trace.sent(chunk.left(int(written)));
     outgoing.erase(outgoing.begin(), outgoing.begin() + written);
     return true;
 }
@@ -130,6 +136,10 @@ int PtyFrontEnd::run()
             qCCritical(lcSim).noquote() << errnoText("write");
             return 1;
         }
+        // Saved once the reply is on the line: a save (it syncs to disk)
+        // must not make the reply late.
+        if (programsChanged && outgoing.empty())
+            reportProgramsChanged();
         if (options.openTimeoutMs > 0 && engine.openMode() != ControllerEngine::OpenMode::None &&
             now - lastTrafficNs > qint64(options.openTimeoutMs) * 1000000) {
             qCInfo(lcSim) << "program" << engine.openProgram() << "closed after the idle timeout";
@@ -154,13 +164,17 @@ int PtyFrontEnd::run()
             qCCritical(lcSim).noquote() << errnoText("poll");
             return 1;
         }
-        if (fds[1].revents)
+        if (fds[1].revents) {
+            reportProgramsChanged();
             return 0;
+        }
         if (count == 3 && fds[2].revents) {
             char chunk[256];
             const ssize_t n = ::read(0, chunk, sizeof chunk);
-            if (n == 0 || (n < 0 && errno != EINTR && errno != EAGAIN))
+            if (n == 0 || (n < 0 && errno != EINTR && errno != EAGAIN)) {
+                reportProgramsChanged();
                 return 0;
+            }
             if (n > 0)
                 stdinText.append(chunk, int(n));
             for (int end; (end = stdinText.indexOf('\n')) >= 0; stdinText.remove(0, end + 1)) {
@@ -173,10 +187,12 @@ int PtyFrontEnd::run()
             const ssize_t n = ::read(master, buffer, sizeof buffer);
             if (n > 0) {
                 const QByteArray bytes(buffer, int(n));
-                qCDebug(lcSimWire) << "received" << bytes;
+                trace.received(bytes);
                 lastTrafficNs = monotonicNs();
+                const ProgramStore before = engine.programs();
                 for (const EngineReply& reply : engine.feedReplies(bytes))
                     schedule(reply, lastTrafficNs);
+                programsChanged = programsChanged || !(engine.programs() == before);
             }
         }
     }

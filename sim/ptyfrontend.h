@@ -2,12 +2,12 @@
 #define SIM_PTYFRONTEND_H
 
 #include "sim/controllerengine.h"
+#include "sim/wiretrace.h"
 
 #include <QString>
 
-#include <functional>
-
 #include <deque>
+#include <functional>
 
 struct FrontEndOptions {
     QString linkPath;      // symlink to the device, removed on exit; empty: none
@@ -18,6 +18,9 @@ struct FrontEndOptions {
     // With exitOnStdinEof: each line read from stdin (without its line
     // feed), for a harness that steers the simulator while it runs.
     std::function<void(const QByteArray& line)> stdinLine;
+    // Called after a request has changed the program store (a segment
+    // written), once its reply has gone out, and on stopping if still due.
+    std::function<void()> onProgramsChanged;
 };
 
 // The simulator's line: a pseudo-terminal whose slave side a serial port
@@ -48,6 +51,7 @@ private:
     };
     void schedule(const EngineReply& reply, qint64 nowNs);
     bool writeDue(qint64 nowNs);
+    void reportProgramsChanged();
 
     ControllerEngine& engine;
     FrontEndOptions options;
@@ -59,6 +63,8 @@ private:
     qint64 lineFreeNs = 0;
     qint64 lastTrafficNs = 0;
     QByteArray stdinText; // an unfinished control line
+    WireTrace trace;
+    bool programsChanged = false;
 };
 
 #endif

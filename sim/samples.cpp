@@ -145,3 +145,13 @@ ProgramStore ProgramStore::samples()
     addProgram(store, 3, fullProgram(), {0, 9999, 19, "FULL#30!"});
     return store;
 }
+
+QStringList ProgramStore::sampleDescriptions()
+{
+    return {
+        QStringLiteral("1  HEAT-T01   6 segments: heat treatment, ramps to 200, 550 and 850 with "
+                       "soaks, EV1 alarm, EV2 deviation, EV3 fan in segment 4"),
+        QStringLiteral("2  TEV-10    10 segments: short steps switching time events T1..T5"),
+        QStringLiteral("3  FULL#30!  30 segments: all thirty, from -50 up to 510 and down "
+                       "again, G.S in every fourth segment")};
+}

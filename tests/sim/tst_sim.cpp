@@ -1,5 +1,6 @@
 // What the product suites cannot notice of the simulator: the fault kinds
-// and triggers they never use, and the pace of its replies.
+// and triggers they never use, the pace of its replies, and its program
+// tables and saved state.
 #include <QtTest>
 
 #include "../e2e_support/e2eprocesses.h"
@@ -91,6 +92,46 @@ private slots:
         const QByteArray early = exchange("0100XFR,1,1", 350);
         QVERIFY2(early.size() < readReply.size() && readReply.startsWith(early), early.constData());
         QCOMPARE(early + exchange(QByteArray(), 1500), readReply);
+    }
+
+    // A program loaded from a table file is dumped in the same format, byte
+    // for byte as a read saves it; a segment written is in the dump and in
+    // the saved state while the simulator still runs.
+    void tablesAndSavedState()
+    {
+        QTemporaryDir dir;
+        const QString table = dir.filePath("table.txt");
+        const QByteArray program2 =
+            E2e::expectedProgramFile(ProgramStore::samples(), 2, E2e::segmentRange(10));
+        QVERIFY(E2e::writeFile(table, program2));
+        const QString state = dir.filePath("state.txt");
+        E2e::Simulator sim({"--baud", "0", "--load", "7=" + table, "--dump", dir.path(),
+                            "--programs", state, "--save-on-exit"});
+        QVERIFY(sim.started());
+        QCOMPARE(E2e::readFile(dir.filePath("PROG_7.txt")), program2);
+
+        SerialPortDevice port(sim.device());
+        QVERIFY2(port.open(), qPrintable(port.errorString()));
+        const QByteArray record = ProgramStore::samples().segment(1, 1);
+        for (const QByteArray& text : {QByteArray("0100XFO,9,W,0"), "0100XFW,9,1," + record}) {
+            const QByteArray frame = framed(text);
+            port.writeBytes(frame.constData(), frame.size());
+            QByteArray reply;
+            QTRY_VERIFY_WITH_TIMEOUT(
+                [&] {
+                    char buffer[255] = {};
+                    port.readBytes(buffer, 200);
+                    reply += buffer;
+                    return reply.endsWith("\r\n");
+                }(),
+                2000);
+            QCOMPARE(reply, framed("0100X00"));
+        }
+        // Saved just after the reply has gone out.
+        QTRY_COMPARE(E2e::readFile(dir.filePath("PROG_9.txt")),
+                     E2e::expectedProgramFile(ProgramStore::samples(), 1, {1}));
+        QTRY_VERIFY(E2e::readFile(state).contains("\n9 1 " + record + '\n'));
+        QVERIFY(QDir(dir.path()).entryList(QDir::Hidden | QDir::Files).filter(".part").isEmpty());
     }
 };
 

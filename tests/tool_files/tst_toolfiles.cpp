@@ -7,13 +7,19 @@
 #include "csv/kcsvloader.h"
 #include "driver/segmentcodec.h"
 #include "tools/dcp30ctl/programplot.h"
+#include "tools/dcp30ctl/valuecompare.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSvgRenderer>
+
+#include <sys/stat.h>
 
 namespace
 {
 
-enum Column { Sp1 = 1, Time = 2, Ev1 = 3, T1 = 9, Tag = 25 };
+enum Column { Sp1 = 1, Time = 2, Ev1 = 3, T1 = 9, Pid1 = 19, Gs = 20, PSta = 22, Tag = 25 };
 
 // Valid with SP1 limits -1999..9999 and event kinds 0,4,50: EV1 a PV alarm,
 // EV2 a deviation, EV3 the time event "off".
@@ -81,6 +87,10 @@ private slots:
                                 << "binary data, not a program file";
         QTest::newRow("other table")
             << E2e::utf16File("name\tvalue\tunit\nspeed\t3\tm/s\n") << "not a program file";
+        // Would take the loader to gigabytes: refused before it loads.
+        QTest::newRow("wide line")
+            << E2e::utf16File(QString("x\t").repeated(5000) + '\n') << "line 1 has over 100 cells";
+        QTest::newRow("fifo") << QByteArray("fifo") << "is not a regular file";
     }
     // One line on stderr saying why, nothing on stdout, exit status 2.
     void badInput()
@@ -88,7 +98,10 @@ private slots:
         QFETCH(QByteArray, bytes);
         QFETCH(QString, reason);
         const QString path = dir.filePath(QStringLiteral("bad-%1").arg(QTest::currentDataTag()));
-        QVERIFY(bytes.isNull() || E2e::writeFile(path, bytes));
+        if (bytes == "fifo")
+            QCOMPARE(mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+        else
+            QVERIFY(bytes.isNull() || E2e::writeFile(path, bytes));
         const E2e::ToolRun run = E2e::runTool({"check", path});
         QVERIFY2(run.ok(2) && run.out.isEmpty() && run.err.count(QLatin1Char('\n')) == 1 &&
                      run.err.startsWith(QStringLiteral("dcp30ctl check: %1: ").arg(path)) &&
@@ -157,11 +170,11 @@ private slots:
     {
         QTest::addColumn<QString>("sp"); // segment 2's SP1 in B
         QTest::addColumn<QString>("result");
-        QTest::newRow("equal") << "200"
-                               << "equal: 3 segments";
+        QTest::newRow("equal") << "+200"
+                               << "compare: equal (3 segments)";
         QTest::newRow("one cell changed") << "300"
-                                          << "segment 2, SP1: A \"200\", B \"300\"\n"
-                                             "1 difference";
+                                          << "segment 2, SP1: A 200, B 300\n"
+                                             "compare: 1 difference";
     }
     void compare()
     {
@@ -171,8 +184,105 @@ private slots:
         const QString b =
             writeProgram(dir.filePath(QStringLiteral("compare-b.txt")), rows(3, {{2, Sp1, sp}}));
         const E2e::ToolRun run = E2e::runTool({"compare", a, b});
-        QVERIFY2(run.ok(sp == "200" ? 0 : 1), qPrintable(run.describe()));
+        QVERIFY2(run.ok(sp == "+200" ? 0 : 1), qPrintable(run.describe()));
         QCOMPARE(run.out, "A: " + a + "\nB: " + b + '\n' + result + '\n');
+    }
+
+    // Cells that differ in text only are equal by value; one unit more in
+    // any kind of field is found, named by its column, shown as a read
+    // would show it.
+    void valueCompare_data()
+    {
+        QTest::addColumn<int>("segment");
+        QTest::addColumn<int>("column");
+        QTest::addColumn<QString>("a");
+        QTest::addColumn<QString>("b");
+        QTest::addColumn<QString>("difference"); // empty: equal
+        auto row = [](const char* name, int segment, int column, const char* a, const char* b,
+                      const char* difference) {
+            QTest::newRow(name) << segment << column << a << b << difference;
+        };
+        row("TIME zero fill", 1, Time, "01:00", "1:0", "");
+        row("TIME 1:75 is 2:15", 2, Time, "2:15", "1:75", "");
+        row("plus sign", 2, Sp1, "200", "+200", "");
+        row("tag case and padding", 1, Tag, "TAG1    ", "tag1", "");
+        row("T one-digit minutes", 2, T1, "0.05", "0.5", "");
+        row("unsent program-wide cell", 2, PSta, "----", "7", "");
+        row("SP1", 2, Sp1, "200", "201", "segment 2, SP1: A 200, B 201");
+        row("TIME", 1, Time, "01:00", "01:01", "segment 1, TIME: A 01:00, B 01:01");
+        row("EV", 2, Ev1, "900", "901", "segment 2, EV1 1st: A 900, B 901");
+        row("EV unset", 2, Ev1 + 1, "----", "0", "segment 2, EV1 2nd: A ----, B 0");
+        row("T", 2, T1, "0.10", "0.11", "segment 2, T1 1st: A 0.10, B 0.11");
+        row("PID1", 2, Pid1, "1", "2", "segment 2, PID1: A 1, B 2");
+        row("G.S", 2, Gs, "10", "11", "segment 2, G.S: A 10, B 11");
+        row("P.STA", 1, PSta, "0", "1", "segment 1, P.STA: A 0, B 1");
+        row("Tag", 1, Tag, "TAG1", "TAG2", "segment 1, Tag: A \"TAG1    \", B \"TAG2    \"");
+        row("sent from A only", 2, Sp1, "200", "99999",
+            "segment 2, row: A sent, B not sent: SP1 [99999] is out of range (-1999 ~ 9999).");
+    }
+    void valueCompare()
+    {
+        QFETCH(int, segment);
+        QFETCH(int, column);
+        QFETCH(QString, a);
+        QFETCH(QString, b);
+        QList<QStringList> left = rows(2, {{segment, column, a}});
+        QList<QStringList> right = rows(2, {{segment, column, b}});
+        QStringList found;
+        for (const ValueCompare::Difference& d :
+             ValueCompare::compare({-1999, 9999, 0, 4, 50}, left, right))
+            found << d.text();
+        QTEST(found.join('\n'), "difference");
+    }
+
+    // check --json of a faulty file: exit 1 as in text, the refused segment
+    // with the checks' message, the passing one with its record and a word
+    // about its TIME, a missing one, and the log as the panel writes it.
+    void checkJson()
+    {
+        const QString file = writeProgram(dir.filePath(QStringLiteral("json-check.txt")),
+                                          rows(2, {{2, Sp1, "99999"}, {1, Time, "1:75"}}));
+        const E2e::ToolRun run = E2e::runTool({"check", file, "--json", "--segments", "3"});
+        QVERIFY2(run.ok(1), qPrintable(run.describe()));
+        const QJsonObject report = QJsonDocument::fromJson(run.out.toUtf8()).object();
+        QCOMPARE(report.value("exitStatus").toInt(), 1);
+        QCOMPARE(report.value("segmentsWritten").toInt(), 1);
+        const QJsonArray segments = report.value("segments").toArray();
+        QCOMPARE(segments.size(), 3);
+        const QJsonObject first = segments.at(0).toObject();
+        QCOMPARE(first.value("result").toString(), "written");
+        QCOMPARE(first.value("record").toString().mid(4, 4), "0087");
+        QCOMPARE(first.value("warnings").toArray().first().toString(),
+                 "TIME \"1:75\": 75 minutes; the controller takes it as 02:15");
+        const QJsonObject second = segments.at(1).toObject();
+        QCOMPARE(second.value("result").toString(), "refused");
+        QCOMPARE(second.value("messages").toArray(),
+                 QJsonArray{"SP1 [99999] is out of range (-1999 ~ 9999)."});
+        QCOMPARE(segments.at(2).toObject().value("result").toString(), "missing");
+        QVERIFY(report.value("log").toArray().contains("\t\tSP1 [99999] is out of range "
+                                                       "(-1999 ~ 9999)."));
+    }
+
+    // compare --json: the differing segment, its cell by column, and the
+    // segments that are equal.
+    void compareJson()
+    {
+        const QString a = writeProgram(dir.filePath(QStringLiteral("json-a.txt")), rows(3));
+        const QString b =
+            writeProgram(dir.filePath(QStringLiteral("json-b.txt")), rows(3, {{3, Time, "1:01"}}));
+        const E2e::ToolRun run = E2e::runTool({"compare", "--json", a, b});
+        QVERIFY2(run.ok(1), qPrintable(run.describe()));
+        const QJsonObject report = QJsonDocument::fromJson(run.out.toUtf8()).object();
+        QCOMPARE(report.value("equal").toBool(), false);
+        QCOMPARE(report.value("exitStatus").toInt(), 1);
+        const QJsonArray segments = report.value("segments").toArray();
+        QCOMPARE(segments.size(), 3);
+        QVERIFY(segments.at(0).toObject().value("equal").toBool());
+        const QJsonObject third = segments.at(2).toObject();
+        QCOMPARE(third.value("differences").toArray(),
+                 (QJsonArray{QJsonObject{{"column", "TIME"}, {"a", "01:00"}, {"b", "01:01"}}}));
+        QCOMPARE(third.value("messages").toArray(),
+                 QJsonArray{"segment 3, TIME: A 01:00, B 01:01"});
     }
 
     // A soak at 100 for an hour, then a ramp to 300 over the next hour, as a
@@ -212,6 +322,46 @@ private slots:
         };
         QVERIFY(onCurve(10, 100) && onCurve(75, 150) && onCurve(115, 283.3));
         QVERIFY(!onCurve(30, 300) && !onCurve(90, 100));
+    }
+
+    // A segment the checks refuse (SP1 beyond the limits) and a hole are
+    // marked in the picture (a red triangle over the segment) and named on
+    // stderr; a narrow picture numbers what it can and names the rest.
+    void plotMarksProblems()
+    {
+        QList<QStringList> program = rows(3, {{2, Sp1, "99999"}});
+        program[2] = QStringList{"SEG3"} + QStringList(QVector<QString>(25, "----").toList());
+        const QString file = writeProgram(dir.filePath(QStringLiteral("marks.txt")), program);
+        const QString png = dir.filePath(QStringLiteral("marks.png"));
+        const E2e::ToolRun run =
+            E2e::runTool({"plot", file, "-o", png, "--width", "640", "--height", "400"});
+        QVERIFY2(run.ok(0), qPrintable(run.describe()));
+        QVERIFY2(run.err.contains("segment 2 would not be written: SP1 [99999] is out of range") &&
+                     run.err.contains("segment 3 has no value set"),
+                 qPrintable(run.err));
+        QImage image;
+        QVERIFY(image.load(png, "PNG"));
+        ProgramPlot::Options options;
+        options.size = QSize(640, 400);
+        const ProgramPlot::Layout layout(ProgramPlot::buildProgram(program), options);
+        auto red = [&](double minutes) {
+            const QColor c(image.pixel(int(layout.x(minutes)), int(layout.curveArea().top()) + 2));
+            return c.red() > 150 && c.green() < 80 && c.blue() < 80;
+        };
+        // The hole lasts no time: its mark sits on the right edge at 2:00.
+        QVERIFY(red(90) && red(119.5) && !red(30));
+
+        const QString thirty = writeProgram(dir.filePath(QStringLiteral("thirty.txt")), rows(30));
+        const E2e::ToolRun narrow = E2e::runTool({"plot", thirty, "-o", dir.filePath("narrow.svg"),
+                                                  "--width", "320", "--height", "240"});
+        QVERIFY2(narrow.ok(0), qPrintable(narrow.describe()));
+        const QString cue = QStringLiteral("too narrow at this width to be numbered: ");
+        const int at = narrow.err.indexOf(cue);
+        QVERIFY2(at >= 0, qPrintable(narrow.err));
+        const QStringList unnumbered =
+            narrow.err.mid(at + cue.size()).section('\n', 0, 0).split(", ");
+        QVERIFY2(unnumbered.size() > 1 && unnumbered.size() < 30 && !unnumbered.contains("1"),
+                 qPrintable(narrow.err));
     }
 };
 

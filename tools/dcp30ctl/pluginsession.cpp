@@ -1,4 +1,5 @@
 #include "pluginsession.h"
+#include "pluginlocation.h"
 
 #include "driver/abstractdeviceinterface.h"
 #include "driver/communicatorcommand.h"
@@ -26,11 +27,6 @@
 
 namespace
 {
-
-QString besideExecutable(const QString& relative)
-{
-    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QLatin1Char('/') + relative);
-}
 
 // Little-endian, as the driver decodes the companion's answers: four bytes
 // make a signed 32-bit value, fewer give the value of the bytes present.
@@ -127,12 +123,12 @@ PluginSession::~PluginSession()
 
 QString PluginSession::defaultPluginPath()
 {
-    return besideExecutable(QStringLiteral("../lib/libdcp30.so"));
+    return PluginLocation::besideExecutable(QStringLiteral("libdcp30.so"));
 }
 
 QString PluginSession::defaultCompanionPath()
 {
-    return besideExecutable(QStringLiteral("../lib/libsdc35.so"));
+    return PluginLocation::besideExecutable(QStringLiteral("libsdc35.so"));
 }
 
 bool PluginSession::load(QString* error)

@@ -16,8 +16,8 @@ class DriverInterface;
 class MessageCentre;
 class SerialPortDevice;
 
-// What a session needs to know. Empty paths mean the builds next to the
-// executable (<dir of dcp30ctl>/../lib/libdcp30.so and libsdc35.so).
+// What a session needs to know. Empty paths mean the libraries beside the
+// executable (PluginLocation::besideExecutable: lib/dcp30 or lib).
 struct PluginSessionOptions {
     QString pluginPath;
     QString companionPath;

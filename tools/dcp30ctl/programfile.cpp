@@ -5,15 +5,23 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QTemporaryFile>
 #include <QTextCodec>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
 
-// Enough of the file to tell text from binary data without reading it all.
+// Enough of the file to tell text from binary data.
 constexpr qint64 SniffBytes = 64 * 1024;
+const QLatin1String StandardInput("-");
+// The header and 30 segment rows.
+constexpr int ProgramLines = 31;
 
 bool isControl(QChar c)
 {
@@ -69,59 +77,144 @@ QStringList trimmedHeader(QStringList header)
     return header;
 }
 
-QString escapeControls(const QString& cell)
+} // namespace
+
+QString ProgramFile::displayName() const
 {
-    QString out;
-    out.reserve(cell.size());
-    for (const QChar c : cell) {
-        if (isControl(c) || c.category() == QChar::Other_Control)
-            out += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0')).toUpper();
-        else
-            out += c;
+    return path == StandardInput ? QStringLiteral("standard input") : path;
+}
+
+QString fileProblem(const QString& path)
+{
+    if (path.contains(QChar::ReplacementCharacter))
+        return QStringLiteral("the name is not valid text in the locale's encoding (%1); rename "
+                              "the file, or give it as - on standard input")
+            .arg(QString::fromLatin1(QTextCodec::codecForLocale()->name()));
+    struct stat st = {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0) {
+        switch (errno) {
+        case ENOENT:
+            return QStringLiteral("no such file");
+        case ELOOP:
+            return QStringLiteral("too many levels of symbolic links (a symlink loop)");
+        case EACCES:
+            return QStringLiteral("permission denied: a folder on the way cannot be searched");
+        case ENOTDIR:
+            return QStringLiteral("a part of the path is not a folder");
+        default:
+            return QString::fromLocal8Bit(strerror(errno));
+        }
     }
-    return out;
+    if (S_ISDIR(st.st_mode))
+        return QStringLiteral("is a directory, not a program file");
+    if (!S_ISREG(st.st_mode))
+        return QStringLiteral("is not a regular file (a FIFO, device or socket); program files "
+                              "are regular files");
+    if (st.st_size == 0)
+        return QStringLiteral("the file is empty");
+    if (st.st_size > MaxProgramFileBytes)
+        return QStringLiteral("too large for a program file (%1 bytes; at most %2)")
+            .arg(qint64(st.st_size))
+            .arg(MaxProgramFileBytes);
+    if (::access(QFile::encodeName(path).constData(), R_OK) != 0)
+        return QStringLiteral("permission denied: the file cannot be read");
+    return QString();
+}
+
+namespace
+{
+
+// Standard input, whole, into a temporary file the loader can open by name;
+// at most MaxProgramFileBytes are read, so an endless stream costs nothing.
+QString stageStandardInput(QTemporaryFile& staged)
+{
+    QFile in;
+    if (!in.open(stdin, QIODevice::ReadOnly))
+        return QStringLiteral("cannot be read");
+    const QByteArray bytes = in.read(MaxProgramFileBytes + 1);
+    if (bytes.isEmpty())
+        return QStringLiteral("the file is empty");
+    if (bytes.size() > MaxProgramFileBytes)
+        return QStringLiteral("too large for a program file (over %1 bytes)")
+            .arg(MaxProgramFileBytes);
+    if (!staged.open() || staged.write(bytes) != bytes.size() || !staged.flush())
+        return QStringLiteral("cannot be staged: %1").arg(staged.errorString());
+    return QString();
+}
+
+// Why the decoded text has a shape no program file has (too many lines, a
+// line with too many cells): a table of that shape would cost far more
+// memory than the file. Empty when the shape is plausible.
+QString shapeProblem(const QString& text)
+{
+    int line = 1;
+    int tabs = 0;
+    int commas = 0;
+    for (const QChar c : text) {
+        if (c == QLatin1Char('\t'))
+            ++tabs;
+        else if (c == QLatin1Char(','))
+            ++commas;
+        else if (c != QLatin1Char('\n'))
+            continue;
+        if (std::max(tabs, commas) + 1 > MaxProgramFileCells)
+            return QStringLiteral("line %1 has over %2 cells; a program file has %3")
+                .arg(line)
+                .arg(MaxProgramFileCells)
+                .arg(SegmentCodec::ColumnCount);
+        if (c == QLatin1Char('\n')) {
+            tabs = commas = 0;
+            if (++line > MaxProgramFileLines)
+                return QStringLiteral("over %1 lines; a program file has at most %2")
+                    .arg(MaxProgramFileLines)
+                    .arg(ProgramLines);
+        }
+    }
+    return QString();
 }
 
 } // namespace
-
-QString ProgramFile::columnTitle(int column) const
-{
-    if (column < header.size() && !header.at(column).isEmpty())
-        return header.at(column);
-    return QStringLiteral("column %1").arg(column + 1);
-}
 
 bool loadProgramFile(const QString& path, ProgramFile& file, QString& error)
 {
     file = ProgramFile();
     file.path = path;
+    const bool fromStdin = path == StandardInput;
     auto fail = [&](const QString& reason) {
-        error = QStringLiteral("%1: %2").arg(path, reason);
+        error = QStringLiteral("%1: %2").arg(file.displayName(), reason);
         return false;
     };
 
-    const QFileInfo info(path);
-    if (!info.exists())
-        return fail(QStringLiteral("no such file"));
-    if (info.isDir())
-        return fail(QStringLiteral("is a directory, not a program file"));
-    QFile raw(path);
+    QTemporaryFile staged;
+    QString loadPath = path;
+    const QString problem = fromStdin ? stageStandardInput(staged) : fileProblem(path);
+    if (!problem.isEmpty())
+        return fail(problem);
+    if (fromStdin)
+        loadPath = staged.fileName();
+
+    QFile raw(loadPath);
     if (!raw.open(QIODevice::ReadOnly))
         return fail(QStringLiteral("cannot be opened: %1").arg(raw.errorString()));
+    // Regular files only reach here; a file swapped for something else since
+    // is refused rather than read without end.
     if (raw.isSequential())
         return fail(QStringLiteral("is not a regular file"));
-    if (raw.size() == 0)
-        return fail(QStringLiteral("the file is empty"));
-    if (raw.size() > kcsv::kMaxFileBytes)
-        return fail(QStringLiteral("too large for a program file (%1 bytes)").arg(raw.size()));
+    const QByteArray bytes = raw.read(MaxProgramFileBytes + 1);
+    raw.close();
+    if (bytes.size() > MaxProgramFileBytes)
+        return fail(QStringLiteral("too large for a program file"));
 
     KCSVLoader loader(nullptr);
-    const QString sniffed = sniff(raw.read(SniffBytes), loader.textCodec());
-    raw.close();
+    const QString sniffed = sniff(bytes.left(SniffBytes), loader.textCodec());
     if (!sniffed.isEmpty())
         return fail(sniffed);
+    const QString shape =
+        shapeProblem(QTextCodec::codecForUtfText(bytes, loader.textCodec())->toUnicode(bytes));
+    if (!shape.isEmpty())
+        return fail(shape);
 
-    if (!loader.openFile(path)) {
+    if (!loader.openFile(loadPath)) {
         const QStringList errors = loader.errorMessageList();
         if (errors.isEmpty())
             return fail(QStringLiteral("cannot be opened"));
@@ -181,7 +274,7 @@ bool parseEventKinds(const QString& text, qint32& k1, qint32& k2, qint32& k3)
 
 QString displayCell(const QString& cell, int maxChars)
 {
-    QString shown = escapeControls(cell);
+    QString shown = escapedCell(cell);
     if (shown.size() > maxChars)
         shown = shown.left(qMax(0, maxChars - 3)) + QLatin1String("...");
     const bool blankEdges = !cell.isEmpty() && (cell.front().isSpace() || cell.back().isSpace());
@@ -190,7 +283,20 @@ QString displayCell(const QString& cell, int maxChars)
     return shown;
 }
 
+QString escapedCell(const QString& cell)
+{
+    QString out;
+    out.reserve(cell.size());
+    for (const QChar c : cell) {
+        if (isControl(c) || c.category() == QChar::Other_Control)
+            out += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0')).toUpper();
+        else
+            out += c;
+    }
+    return out;
+}
+
 QString quotedCell(const QString& cell)
 {
-    return QLatin1Char('"') + escapeControls(cell) + QLatin1Char('"');
+    return QLatin1Char('"') + escapedCell(cell) + QLatin1Char('"');
 }

@@ -1,6 +1,5 @@
 #include "programplot.h"
 
-#include <QFile>
 #include <QFontMetricsF>
 #include <QImageWriter>
 #include <QPainter>
@@ -26,11 +25,22 @@ const QLatin1String NotSet("----");
 // Picture geometry in pixels.
 constexpr double LeftMargin = 78;
 constexpr double RightMargin = 24;
-constexpr double TopMargin = 56;
+constexpr double TopMargin = 66;
+constexpr double LabelRowHeight = 16;
+constexpr int LabelPixelSize = 12;
 constexpr double LaneHeight = 16;
 constexpr double EventGap = 12;
 constexpr double BottomMargin = 44;
 constexpr double CurveWidth = 3;
+
+const QColor MarkColor(200, 0, 0);
+
+QFont labelFont()
+{
+    QFont font;
+    font.setPixelSize(LabelPixelSize);
+    return font;
+}
 
 QString quoted(const QString& cell)
 {
@@ -160,8 +170,12 @@ void drawAxes(QPainter& painter, const Program& program, const Options& options,
         painter.drawText(QRectF(x - 40, lanes.bottom() + 4, 80, 16), Qt::AlignCenter,
                          hoursMinutes(m));
     }
+    // A narrow picture gets the short form rather than a clipped one.
+    QString timeTitle = QStringLiteral("time (h:mm from the program's start)");
+    if (metrics.horizontalAdvance(timeTitle) > curve.width())
+        timeTitle = QStringLiteral("time (h:mm)");
     painter.drawText(QRectF(curve.left(), lanes.bottom() + 22, curve.width(), 16), Qt::AlignCenter,
-                     QStringLiteral("time (h:mm from the program's start)"));
+                     timeTitle);
 
     // The controller's setpoint limits.
     if (options.limitsKnown) {
@@ -194,14 +208,36 @@ void drawAxes(QPainter& painter, const Program& program, const Options& options,
         const double x = layout.x(program.totalMinutes());
         painter.drawLine(QPointF(x, curve.top() - 18), QPointF(x, lanes.bottom()));
     }
-    painter.setPen(Qt::black);
+    // Marked segments: a red triangle on the curve area's top edge, a hole
+    // also a dashed red line through curve and lanes.
     for (const SegmentSpan& span : program.segments) {
+        if (!span.problem && !span.hole)
+            continue;
+        const double x = layout.x((span.start + span.end) / 2);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(MarkColor);
+        QPolygonF triangle;
+        triangle << QPointF(x - 5, curve.top()) << QPointF(x + 5, curve.top())
+                 << QPointF(x, curve.top() + 8);
+        painter.drawPolygon(triangle);
+        if (span.hole) {
+            painter.setPen(QPen(MarkColor, 1, Qt::DashLine));
+            painter.drawLine(QPointF(x, curve.top()), QPointF(x, lanes.bottom()));
+        }
+    }
+    painter.setBrush(Qt::NoBrush);
+    const QVector<int> rows = segmentLabelRows(program, options);
+    for (int i = 0; i < program.segments.size(); ++i) {
+        if (rows.at(i) < 0)
+            continue;
+        const SegmentSpan& span = program.segments.at(i);
         const QString label = QString::number(span.segment);
-        const double left = layout.x(span.start);
-        const double width = layout.x(span.end) - left;
-        // A segment too short for its number keeps only its boundary line.
-        if (metrics.horizontalAdvance(label) + 2 <= width)
-            painter.drawText(QRectF(left, curve.top() - 18, width, 16), Qt::AlignCenter, label);
+        const double center = layout.x((span.start + span.end) / 2);
+        const double width = metrics.horizontalAdvance(label) + 2;
+        const double top = curve.top() - LabelRowHeight * (rows.at(i) + 1) - 2;
+        painter.setPen(span.problem || span.hole ? MarkColor : QColor(Qt::black));
+        painter.drawText(QRectF(center - width / 2, top, width, LabelRowHeight), Qt::AlignCenter,
+                         label);
     }
 
     painter.setPen(Qt::black);
@@ -247,7 +283,20 @@ Program buildProgram(const QList<QStringList>& rows)
         SegmentSpan span;
         span.segment = i + 1;
         span.start = time;
+        span.hole = std::all_of(row.begin() + std::min(1, int(row.size())), row.end(),
+                                [](const QString& cell) { return cell == NotSet; });
+        if (span.hole) {
+            program.notes << QStringLiteral("segment %1 has no value set (a hole in the program); "
+                                            "it is marked and lasts no time")
+                                 .arg(span.segment);
+            span.drawn = haveSetpoint;
+            span.from = span.to = previous;
+            span.end = time;
+            program.segments << span;
+            continue;
+        }
         auto note = [&](const QString& what, const QString& consequence) {
+            span.problem = true;
             program.notes
                 << QStringLiteral("segment %1, %2; %3").arg(span.segment).arg(what, consequence);
         };
@@ -318,6 +367,27 @@ Program buildProgram(const QList<QStringList>& rows)
         time = span.end;
     }
     return program;
+}
+
+QVector<int> segmentLabelRows(const Program& program, const Options& options)
+{
+    const Layout layout(program, options);
+    const QFontMetricsF metrics(labelFont());
+    QVector<int> rows;
+    double rowEnd[2] = {-1e9, -1e9}; // right edge of the last label in each row
+    for (const SegmentSpan& span : program.segments) {
+        const double width = metrics.horizontalAdvance(QString::number(span.segment)) + 2;
+        const double center = layout.x((span.start + span.end) / 2);
+        int row = -1;
+        for (int r = 0; r < 2 && row < 0; ++r) {
+            if (center - width / 2 >= rowEnd[r] + 2)
+                row = r;
+        }
+        if (row >= 0)
+            rowEnd[row] = center + width / 2;
+        rows << row;
+    }
+    return rows;
 }
 
 Layout::Layout(const Program& program, const Options& options)
@@ -403,8 +473,7 @@ void paint(QPainter& painter, const Program& program, const Options& options)
     painter.setRenderHint(QPainter::TextAntialiasing);
     painter.fillRect(QRectF(QPointF(0, 0), QSizeF(options.size)), Qt::white);
 
-    QFont font = painter.font();
-    font.setPixelSize(12);
+    const QFont font = labelFont();
     painter.setFont(font);
     drawAxes(painter, program, options, layout);
     drawEvents(painter, program, layout);
@@ -415,8 +484,12 @@ void paint(QPainter& painter, const Program& program, const Options& options)
     titleFont.setBold(true);
     painter.setFont(titleFont);
     painter.setPen(Qt::black);
-    painter.drawText(QRectF(LeftMargin, 6, layout.curveArea().width(), 20),
-                     Qt::AlignLeft | Qt::AlignVCenter, options.title);
+    // The whole picture's width is the title's; what does not fit ends in
+    // an ellipsis instead of being cut mid-letter.
+    const double titleWidth = options.size.width() - 2 * 6.0;
+    painter.drawText(
+        QRectF(6, 4, titleWidth, 20), Qt::AlignLeft | Qt::AlignVCenter,
+        QFontMetricsF(titleFont).elidedText(options.title, Qt::ElideRight, titleWidth));
 }
 
 QImage renderImage(const Program& program, const Options& options)
@@ -429,26 +502,19 @@ QImage renderImage(const Program& program, const Options& options)
     return image;
 }
 
-bool writePng(const Program& program, const Options& options, const QString& path, QString& error)
+bool writePng(const Program& program, const Options& options, QIODevice& device, QString& error)
 {
-    QImageWriter writer(path, "png");
+    QImageWriter writer(&device, "png");
     if (writer.write(renderImage(program, options)))
         return true;
-    error = QStringLiteral("%1: cannot be written: %2").arg(path, writer.errorString());
+    error = writer.errorString();
     return false;
 }
 
-bool writeSvg(const Program& program, const Options& options, const QString& path, QString& error)
+bool writeSvg(const Program& program, const Options& options, QIODevice& device, QString& error)
 {
-    // The generator reports nothing about its device; the file is opened and
-    // checked here instead.
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        error = QStringLiteral("%1: cannot be written: %2").arg(path, file.errorString());
-        return false;
-    }
     QSvgGenerator generator;
-    generator.setOutputDevice(&file);
+    generator.setOutputDevice(&device);
     // 96 dots an inch: the nominal size in a browser is the pixel size.
     generator.setResolution(96);
     generator.setSize(options.size);
@@ -457,16 +523,11 @@ bool writeSvg(const Program& program, const Options& options, const QString& pat
     generator.setDescription(QStringLiteral("SP1 against time"));
     QPainter painter;
     if (!painter.begin(&generator)) {
-        error = QStringLiteral("%1: cannot be written").arg(path);
+        error = QStringLiteral("the SVG cannot be started");
         return false;
     }
     paint(painter, program, options);
     painter.end();
-    file.close();
-    if (file.error() != QFileDevice::NoError) {
-        error = QStringLiteral("%1: cannot be written: %2").arg(path, file.errorString());
-        return false;
-    }
     return true;
 }
 

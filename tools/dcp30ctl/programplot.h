@@ -11,6 +11,7 @@
 #include <QStringList>
 #include <QVector>
 
+class QIODevice;
 class QPainter;
 
 // The picture of a program: SP1 against time, segment by segment, with the
@@ -31,6 +32,11 @@ struct SegmentSpan {
     bool drawn = false; // false until a usable SP1 has been seen
     double from = 0;
     double to = 0;
+    // Marked in the picture: a cell of the segment could not be used (or the
+    // panel would refuse the row), or the row is a hole in the program (no
+    // value set at all, as a read leaves a segment the controller refused).
+    bool problem = false;
+    bool hole = false;
 };
 
 // A time event switched on within a segment, clipped to the segment.
@@ -67,6 +73,12 @@ struct Options {
     qint32 spHigh = 0;
     QString title;
 };
+
+// Where each segment's number goes above the curve: 0 the lower row, 1 the
+// upper row (where a narrow segment's number moves when the lower row has no
+// room beside its neighbour's), -1 no room in either. Needs the font of the
+// picture, hence a QGuiApplication.
+QVector<int> segmentLabelRows(const Program& program, const Options& options);
 
 // Smallest picture the layout can place its parts in.
 constexpr int MinWidth = 320;
@@ -107,9 +119,9 @@ QString hoursMinutes(double minutes);
 // Paints the whole picture onto a device of options.size.
 void paint(QPainter& painter, const Program& program, const Options& options);
 QImage renderImage(const Program& program, const Options& options);
-// Writes a PNG or an SVG; false with a one-line error.
-bool writePng(const Program& program, const Options& options, const QString& path, QString& error);
-bool writeSvg(const Program& program, const Options& options, const QString& path, QString& error);
+// Writes a PNG or an SVG onto an open device; false with a one-line error.
+bool writePng(const Program& program, const Options& options, QIODevice& device, QString& error);
+bool writeSvg(const Program& program, const Options& options, QIODevice& device, QString& error);
 
 } // namespace ProgramPlot
 
