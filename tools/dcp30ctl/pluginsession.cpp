@@ -114,6 +114,7 @@ PluginSession::~PluginSession()
     delete driverObject;
     driverObject = nullptr;
     communication.reset();
+    observed.reset();
     serial.reset();
     RuntimeProperties::setPanelEnvironment(false);
     RuntimeProperties::publishDevice(nullptr);
@@ -215,8 +216,16 @@ QStringList PluginSession::portWarnings() const
     return serial ? serial->warnings() : QStringList();
 }
 
+void PluginSession::observeLine(const ObservedPort::Observers& observers)
+{
+    if (serial)
+        observed = std::make_unique<ObservedPort>(serial.get(), observers);
+}
+
 AbstractDeviceInterface* PluginSession::port() const
 {
+    if (observed)
+        return observed.get();
     return serial.get();
 }
 
@@ -243,12 +252,12 @@ void PluginSession::runOnCommunicationThread(const std::function<void()>& job)
 
 QByteArray PluginSession::read(const CommunicatorCommand& command)
 {
-    return driverObject ? driverObject->read(serial.get(), command) : QByteArray();
+    return driverObject ? driverObject->read(port(), command) : QByteArray();
 }
 
 bool PluginSession::write(const CommunicatorCommand& command, const QByteArray& data)
 {
-    return driverObject && driverObject->write(serial.get(), command, data);
+    return driverObject && driverObject->write(port(), command, data);
 }
 
 int PluginSession::readVariable(const QString& name)

@@ -1,6 +1,8 @@
 #ifndef DCP30CTL_PLUGINSESSION_H
 #define DCP30CTL_PLUGINSESSION_H
 
+#include "observedport.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QString>
@@ -72,7 +74,12 @@ public:
 
     const PluginSessionOptions& options() const { return opts; }
     DriverInterface* driver() const { return driverObject; }
+    // The port the driver is handed: the serial port, or its observed form.
     AbstractDeviceInterface* port() const;
+    // After openPort: from now on the driver talks through a port that hands
+    // every command sent and every reply read to observers (in the worker's
+    // thread). Call before the first transfer.
+    void observeLine(const ObservedPort::Observers& observers);
     MessageCentre& messageCentre() { return *centre; }
     DeviceObject& deviceObject() { return *device; }
 
@@ -106,6 +113,7 @@ private:
     std::unique_ptr<DeviceObject> device;
     std::unique_ptr<MessageCentre> centre;
     std::unique_ptr<SerialPortDevice> serial;
+    std::unique_ptr<ObservedPort> observed;
     std::unique_ptr<CommunicationThread> communication;
     DriverInterface* driverObject = nullptr;
 };
