@@ -31,6 +31,11 @@ class FileAccessor : public QObject
     friend struct ReplyHandlingFuzz;
 
 public:
+    // The largest program file a write loads: far above any program file
+    // (30 rows of 26 short cells in UTF-16 take about 12 KiB), far below
+    // what would strain a panel's memory.
+    static constexpr qint64 MaxProgramFileBytes = 1 << 20;
+
     explicit FileAccessor(QObject* parent = nullptr);
     ~FileAccessor() override;
 
@@ -212,9 +217,7 @@ private:
     // regular file of at most MaxProgramFileBytes. Else the user's message;
     // a FIFO, a device or a directory is never opened.
     static QString programFileProblem(const QString& fileName);
-    // Far above any program file (30 rows of 26 short cells in UTF-16 take
-    // about 12 KiB), far below what would strain a panel's memory.
-    static constexpr qint64 MaxProgramFileBytes = 1 << 20;
+
     // First steps of both transfers: remembers the medium and tests it (the
     // user is told when it is missing). False: the transfer ends here.
     bool mediumReady(int programID, int storageType);

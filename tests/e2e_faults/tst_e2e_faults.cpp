@@ -135,7 +135,7 @@ private slots:
             << false << twice("deaf:FW:2") << 1 << "" << 1
             << "Write File retry time is over 1 times.";
         QTest::newRow("write, close lost: repeated")
-            << false << QStringList{"deaf:FC"} << 1 << "" << 0 << "wrote";
+            << false << QStringList{"deaf:FC"} << 1 << "" << 0 << "write: ";
         QTest::newRow("write, close lost, no retries")
             << false << QStringList{"deaf:FC"} << 0 << "" << 1
             << "The file may still be open in the controller.";

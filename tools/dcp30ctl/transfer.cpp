@@ -8,8 +8,15 @@
 #include "transfer.h"
 
 #include "interruption.h"
+#include "jsonreport.h"
+#include "programfile.h"
+#include "progressdisplay.h"
+#include "tooloutput.h"
+#include "transferwatch.h"
 #include "writesafety.h"
 
+#include "common/durablefile.h"
+#include "driver/fileaccessor.h"
 #include "host/runtime/deviceobject.h"
 #include "host/runtime/messagecentre.h"
 #include "host/serial/serialsettings.h"
@@ -20,7 +27,10 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QLoggingCategory>
+#include <QMap>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTextCodec>
@@ -131,62 +141,6 @@ int countRows(const QByteArray& bytes)
     return rows + (rowOpen ? 1 : 0);
 }
 
-// The progress bar: redrawn in place on a terminal, a plain line per change
-// otherwise (a log file or a test harness reads it).
-class ProgressDisplay
-{
-public:
-    explicit ProgressDisplay(const char* verb) : verb(verb), terminal(::isatty(2) == 1) {}
-
-    void update(int percent, qint64 elapsedMs)
-    {
-        if (percent == shown)
-            return;
-        shown = percent;
-        lastElapsedMs = elapsedMs;
-        if (!terminal) {
-            say(QStringLiteral("progress %1%").arg(percent));
-            return;
-        }
-        const int width = 30;
-        const int filled = qBound(0, percent * width / 100, width);
-        const QString bar =
-            QString(filled, QLatin1Char('#')) + QString(width - filled, QLatin1Char('.'));
-        std::fprintf(stderr, "\r%s [%s] %3d%%  %.1f s", verb, qPrintable(bar), percent,
-                     elapsedMs / 1000.0);
-        std::fflush(stderr);
-        drawn = true;
-    }
-    // Prints a line of its own, keeping the bar below it.
-    void line(const QString& text)
-    {
-        clear();
-        say(text);
-        if (terminal && shown >= 0) {
-            const int keep = shown;
-            shown = -1;
-            update(keep, lastElapsedMs);
-        }
-    }
-    void finish() { clear(); }
-
-private:
-    void clear()
-    {
-        if (!drawn)
-            return;
-        std::fputs("\r\033[K", stderr);
-        std::fflush(stderr);
-        drawn = false;
-    }
-
-    const char* verb;
-    const bool terminal;
-    int shown = -1;
-    qint64 lastElapsedMs = 0;
-    bool drawn = false;
-};
-
 // What the screen saw.
 struct ScreenOutcome {
     QString refusal; // set when the transfer could not be started
@@ -200,11 +154,13 @@ struct ScreenOutcome {
 };
 
 // The screen's part, on the communication thread.
-ScreenOutcome driveScreen(PluginSession& session, const TransferRequest& request)
+ScreenOutcome driveScreen(PluginSession& session, const TransferRequest& request,
+                          TransferWatch& watch)
 {
     const Names names = namesOf(request.direction);
     ScreenOutcome outcome;
-    ProgressDisplay display(names.verb);
+    ProgressDisplay display(names.verb, request.segments, ToolOutput::quiet());
+    watch.reset();
     int messagesShown = 0;
     auto showMessages = [&] {
         const QList<MessageCentre::Message> all = session.messageCentre().messages();
@@ -265,10 +221,9 @@ ScreenOutcome driveScreen(PluginSession& session, const TransferRequest& request
         showMessages();
         if (running == 0)
             break;
-        if (progress > 0) {
+        if (progress > 0)
             outcome.lastProgress = progress;
-            display.update(progress, clock.elapsed());
-        }
+        display.update(qMax(progress, 0), clock.elapsed(), watch.state());
         if ((outcome.interruptedBy = InterruptGuard::pending()) != 0)
             break; // the driver is taken down next, which stops the transfer
         if (clock.elapsed() > deadlineMs) {
@@ -320,14 +275,19 @@ const char ReadUsage[] =
     "usage: dcp30ctl read --port DEV --program N --segments K --usb DIR [options]\n"
     "\n"
     "Reads program N (K segments) out of the controller on DEV into PROG_N.txt on the\n"
-    "chosen medium, through the dcp30 plug-in hosted as the panel runtime hosts it.\n";
+    "chosen medium, through the dcp30 plug-in hosted as the panel runtime hosts it.\n"
+    "The count is needed, as on a panel: a program shorter than K segments reads\n"
+    "back with \"No program in the segment.\" for the segments beyond its end.\n";
 
 const char WriteUsage[] =
-    "usage: dcp30ctl write --port DEV --program N --segments K --usb DIR [options]\n"
+    "usage: dcp30ctl write --port DEV --program N [--segments K] FILE [options]\n"
+    "       dcp30ctl write --port DEV --program N [--segments K] --usb DIR [options]\n"
     "\n"
-    "Writes PROG_N.txt from the chosen medium into program N (K segments) of the\n"
+    "Writes the program file FILE (any name; staged as PROG_N.txt on a medium of\n"
+    "its own) or PROG_N.txt from the chosen medium into program N of the\n"
     "controller on DEV, through the dcp30 plug-in hosted as the panel runtime hosts\n"
-    "it. Before anything is written, the tool reads the controller's SP1 limits and\n"
+    "it. K defaults to the file's segment rows (at most 30); a K that differs from\n"
+    "them is noted. Before anything is written, the tool reads the controller's SP1 limits and\n"
     "event kinds (the reads the driver makes) and runs the driver's checks on every\n"
     "row: a file with any failing row is refused (exit 1) with the messages the\n"
     "write log would hold, and the controller's program stays as it was.\n"
@@ -361,10 +321,16 @@ const char CommonUsage[] =
     "  --companion PATH    the companion driver library (default ../lib/libsdc35.so\n"
     "                      beside this program)\n"
     "  --verbose           say more (plug-in, port, controller parameters)\n"
+    "  --trace             every frame on the line, both directions, with its time\n"
+    "                      and meaning (stderr)\n"
+    "  --json              one JSON object on stdout when the run ends (README,\n"
+    "                      \"Machine-readable output\")\n"
     "\n"
-    "Progress goes to stderr (a bar on a terminal, \"progress P%\" lines otherwise),\n"
-    "with every message of the driver (\"DCP30: ...\"). When the driver raises its\n"
-    "error flag (RE0 / WE0) the error log from the medium is printed. A missing\n"
+    "Progress goes to stderr (a bar with the segment on the line, the time left and\n"
+    "\"retrying\" on a terminal; \"progress P%\" and \"retrying segment S\" lines\n"
+    "otherwise), with every message of the driver (\"DCP30: ...\"). When the driver\n"
+    "raises its error flag (RE0 / WE0) the error log from the medium is printed,\n"
+    "each \"Error Code N.\" line with what it means. A missing\n"
     "directory is passed on as an unmounted medium; the driver's complaint and the\n"
     "missing directory are both named.\n"
     "\n"
@@ -398,6 +364,49 @@ int worstCaseSeconds(TransferDirection direction, int segments, int retries)
     return int((attempts * attemptMs + 999) / 1000) + 10;
 }
 
+namespace
+{
+
+// The program file a write takes: FILE, or PROG_N.txt on the chosen medium.
+QString programFileOf(const TransferRequest& r)
+{
+    if (!r.sourceFile.isEmpty())
+        return r.sourceFile;
+    return (r.storage == 0 ? r.session.usbDirectory : r.session.sdDirectory) +
+           QStringLiteral("/PROG_%1.txt").arg(r.program);
+}
+
+// A write's segment count: the file's segment rows unless given; a given
+// count that differs from them is noted. False (error set) when no count
+// was given and the file cannot tell one.
+bool countSegmentRows(TransferRequest& r, bool given, QStringList* notes, QString* error)
+{
+    ProgramFile file;
+    QString why;
+    const bool loaded = loadProgramFile(programFileOf(r), file, why);
+    const int rows = loaded ? file.segmentCount() : 0;
+    if (!given) {
+        if (!loaded || rows < 1) {
+            *error = QStringLiteral("--segments K is needed: %1")
+                         .arg(loaded ? QStringLiteral("the file holds no segment rows") : why);
+            return false;
+        }
+        r.segments = qMin(rows, MaxSegments);
+        if (rows > MaxSegments)
+            *notes << QStringLiteral("the file has %1; writing the first %2")
+                          .arg(ToolOutput::count(rows, QStringLiteral("segment row")))
+                          .arg(MaxSegments);
+        return true;
+    }
+    if (loaded && rows != r.segments)
+        *notes << QStringLiteral("the file has %1; writing %2")
+                      .arg(ToolOutput::count(rows, QStringLiteral("segment row")),
+                           ToolOutput::count(r.segments, QStringLiteral("segment")));
+    return true;
+}
+
+} // namespace
+
 int parseTransferArguments(TransferDirection direction, const QStringList& args,
                            TransferRequest* request, QStringList* notes, QString* error)
 {
@@ -420,19 +429,32 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
     const QCommandLineOption verbose(QStringLiteral("verbose"));
     const QCommandLineOption force(QStringLiteral("force"));
     const QCommandLineOption verify(QStringLiteral("verify"));
+    const QCommandLineOption trace(QStringLiteral("trace"));
+    const QCommandLineOption json(QStringLiteral("json"));
     parser.addOptions({port, program, segments, usb, sd, storage, retries, settings, clamp, pollMs,
-                       timeout, plugin, companion, verbose});
+                       timeout, plugin, companion, verbose, trace, json});
     if (direction == TransferDirection::Write)
         parser.addOptions({force, verify});
     if (!parser.parse(QStringList{QStringLiteral("dcp30ctl")} + args)) {
         *error = parser.errorText();
         return 2;
     }
-    if (!parser.positionalArguments().isEmpty()) {
-        *error = QStringLiteral("unexpected argument %1").arg(parser.positionalArguments().first());
+    const QStringList positional = parser.positionalArguments();
+    const bool fileGiven = direction == TransferDirection::Write && positional.size() == 1;
+    if (!positional.isEmpty() && !fileGiven) {
+        *error = QStringLiteral("unexpected argument %1").arg(positional.value(fileGiven ? 1 : 0));
         return 2;
     }
-    for (const QCommandLineOption& option : {port, program, segments}) {
+    if (fileGiven && (parser.isSet(usb) || parser.isSet(sd) || parser.isSet(storage))) {
+        *error = QStringLiteral("a FILE to write and --usb/--sd/--storage do not go together");
+        return 2;
+    }
+    // A write can count the segment rows of its file; a read, like a panel,
+    // is told how many to read.
+    const QList<QCommandLineOption> needed =
+        direction == TransferDirection::Read ? QList<QCommandLineOption>{port, program, segments}
+                                             : QList<QCommandLineOption>{port, program};
+    for (const QCommandLineOption& option : needed) {
         if (!parser.isSet(option)) {
             *error = QStringLiteral("--%1 is needed").arg(option.names().first());
             return 2;
@@ -451,6 +473,8 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
     r.verbose = parser.isSet(verbose);
     r.force = direction == TransferDirection::Write && parser.isSet(force);
     r.verify = direction == TransferDirection::Write && parser.isSet(verify);
+    r.trace = parser.isSet(trace);
+    r.json = parser.isSet(json);
     // The panel clamps what a screen writes; a person typing a number more
     // likely mistyped it, and a write into the wrong program overwrites it.
     auto ranged = [&](const QCommandLineOption& option, const char* what, int max,
@@ -482,8 +506,14 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
         return true;
     };
     if (!ranged(program, "program", MaxProgram, &r.program) ||
-        !ranged(segments, "segment count", MaxSegments, &r.segments))
+        (parser.isSet(segments) && !ranged(segments, "segment count", MaxSegments, &r.segments)))
         return 2;
+    if (fileGiven) {
+        r.sourceFile = QDir::cleanPath(QDir::current().absoluteFilePath(positional.first()));
+        // Staged later as PROG_N.txt on a medium of its own; the medium's
+        // options do not apply.
+        r.session.usbDirectory = QStringLiteral("(staged)");
+    }
 
     const QString medium = parser.isSet(storage) ? parser.value(storage) : QStringLiteral("usb");
     if (medium == QLatin1String("usb")) {
@@ -494,23 +524,34 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
         *error = QStringLiteral("--storage takes usb or sd, not \"%1\"").arg(medium);
         return 2;
     }
-    r.session.usbDirectory = parser.value(usb);
-    r.session.sdDirectory = parser.value(sd);
+    if (!fileGiven) {
+        r.session.usbDirectory = parser.value(usb);
+        r.session.sdDirectory = parser.value(sd);
+    }
     if ((r.storage == 0 ? r.session.usbDirectory : r.session.sdDirectory).isEmpty()) {
         *error = r.storage == 0 ? QStringLiteral("--usb DIR is needed for --storage usb")
                                 : QStringLiteral("--sd DIR is needed for --storage sd");
         return 2;
     }
     for (QString* directory : {&r.session.usbDirectory, &r.session.sdDirectory}) {
-        if (!directory->isEmpty())
+        if (!directory->isEmpty() && !fileGiven)
             *directory = QDir::cleanPath(QDir::current().absoluteFilePath(*directory));
     }
+    if (direction == TransferDirection::Write &&
+        !countSegmentRows(r, parser.isSet(segments), notes, error))
+        return 2;
 
     r.session.portName = parser.value(port);
     if (r.session.portName.isEmpty()) {
         *error = QStringLiteral("--port needs a device");
         return 2;
     }
+    // Qt takes a bare name for one under /dev; a device named relative to
+    // the current directory ("ttyDCP", a simulator's link) is meant as that.
+    if (!r.session.portName.contains(QLatin1Char('/')) &&
+        !QFileInfo::exists(QStringLiteral("/dev/") + r.session.portName) &&
+        QFileInfo::exists(r.session.portName))
+        r.session.portName = QDir::current().absoluteFilePath(r.session.portName);
     if (parser.isSet(settings)) {
         r.session.settings = parser.value(settings);
         SerialSettings parsed;
@@ -548,12 +589,6 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
 
 namespace
 {
-
-QByteArray readWhole(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 // Segments the driver had written when its progress showed percent: the
 // count i of n with progressPercent(i, n) == percent.
@@ -609,7 +644,8 @@ bool checkBeforeWriting(PluginSession& session, const TransferRequest& request,
 // compares the records with those of the file written. False on a failed
 // read or any difference; said.
 bool verifyWrite(PluginSession& session, const TransferRequest& request, const QString& programFile,
-                 const SegmentCodec::WriteParameters& limits, const QString& prefix)
+                 const SegmentCodec::WriteParameters& limits, const QString& prefix,
+                 TransferWatch& watch)
 {
     QTemporaryDir scratch;
     TransferRequest readBack = request;
@@ -617,7 +653,7 @@ bool verifyWrite(PluginSession& session, const TransferRequest& request, const Q
     readBack.storage = 0;
     session.deviceObject().setMountDirectory(DeviceObject::UsbStick, scratch.path());
     ScreenOutcome outcome;
-    session.runOnCommunicationThread([&] { outcome = driveScreen(session, readBack); });
+    session.runOnCommunicationThread([&] { outcome = driveScreen(session, readBack, watch); });
     QMap<int, QString> written, read;
     QString error;
     const QString readFile = scratch.filePath(QStringLiteral("PROG_%1.txt").arg(request.program));
@@ -646,6 +682,81 @@ bool verifyWrite(PluginSession& session, const TransferRequest& request, const Q
 
 } // namespace
 
+namespace
+{
+
+// "    line", and after an "Error Code N." line what the code means.
+QString logLine(const QString& line)
+{
+    static const QRegularExpression code(QStringLiteral("Error Code (\\d+)\\.$"));
+    if (line.isEmpty())
+        return QString();
+    const QRegularExpressionMatch match = code.match(line);
+    const QString meaning =
+        match.hasMatch() ? errorCodeMeaning(match.captured(1).toInt()) : QString();
+    return QStringLiteral("    ") + line +
+           (meaning.isEmpty() ? QString() : QStringLiteral("  [%1]").arg(meaning));
+}
+
+// The error log's lines by segment ("Seg4:...", "Segment 4 has ..." and the
+// problem lines under it) and the rest, for --json.
+void fileLogLines(const QStringList& lines, int segments, JsonReport& report)
+{
+    static const QRegularExpression segmentLine(
+        QStringLiteral("^\\s*(?:Seg(\\d+):|Segment (\\d+) )"));
+    QMap<int, QJsonArray> bySegment;
+    int current = 0;
+    for (const QString& line : lines) {
+        if (line.isEmpty() || line == QLatin1String("Program 1:"))
+            continue;
+        const QRegularExpressionMatch match = segmentLine.match(line);
+        if (match.hasMatch())
+            current = (match.captured(1) + match.captured(2)).toInt();
+        else if (!line.startsWith(QLatin1String("\t\t")))
+            current = 0;
+        if (current > 0)
+            bySegment[current].append(line.trimmed());
+        else
+            report.addMessage(line.trimmed());
+    }
+    for (int s = 1; s <= segments; ++s)
+        report.addSegment(QJsonObject{
+            {"segment", s}, {"messages", bySegment.value(s)}, {"ok", !bySegment.contains(s)}});
+}
+
+// Stages FILE as PROG_N.txt in a folder of its own, which stands for the
+// USB stick. False (error set) for a file that is no regular file of a
+// plausible size or cannot be copied.
+bool stageProgramFile(TransferRequest& request, const QTemporaryDir& staging, QString* error)
+{
+    QString what;
+    const QFileInfo info(request.sourceFile);
+    if (!info.exists()) {
+        *error = QStringLiteral("%1: no such file").arg(request.sourceFile);
+        return false;
+    }
+    if (!DurableFile::isRegularOrAbsent(request.sourceFile, &what)) {
+        *error = QStringLiteral("%1 is %2, not a program file").arg(request.sourceFile, what);
+        return false;
+    }
+    if (info.size() > FileAccessor::MaxProgramFileBytes) {
+        *error = QStringLiteral("%1 is too large for a program file (%2 bytes)")
+                     .arg(request.sourceFile)
+                     .arg(info.size());
+        return false;
+    }
+    const QString staged = staging.filePath(QStringLiteral("PROG_%1.txt").arg(request.program));
+    if (!staging.isValid() || !QFile::copy(request.sourceFile, staged)) {
+        *error = QStringLiteral("%1 cannot be read").arg(request.sourceFile);
+        return false;
+    }
+    request.session.usbDirectory = staging.path();
+    request.storage = 0;
+    return true;
+}
+
+} // namespace
+
 int runTransfer(TransferDirection direction, const QStringList& args)
 {
     const QString prefix = prefixOf(direction);
@@ -653,28 +764,43 @@ int runTransfer(TransferDirection direction, const QStringList& args)
     TransferRequest request;
     QStringList notes;
     QString error;
-    if (parseTransferArguments(direction, args, &request, &notes, &error) != 0) {
-        say(prefix + error);
-        say(QStringLiteral("(see 'dcp30ctl %1 --help')").arg(QLatin1String(names.verb)));
-        return 2;
-    }
+    if (parseTransferArguments(direction, args, &request, &notes, &error) != 0)
+        return ToolOutput::usageError(QLatin1String(names.verb), error);
     for (const QString& note : notes)
-        say(prefix + note);
+        ToolOutput::note(QLatin1String(names.verb), note);
+    JsonReport report(QLatin1String(names.verb));
+    // Every way out: the summary line (or the JSON document) on stdout,
+    // problems on stderr behind the command's prefix.
+    auto finish = [&](int status, const QString& summary, const QString& failure = QString()) {
+        if (!failure.isEmpty())
+            say(prefix + failure);
+        if (request.json)
+            return failure.isEmpty() || status == 0 ? report.finish(status, summary)
+                                                    : report.fail(status, failure);
+        if (status == 0)
+            ToolOutput::info(summary);
+        return status;
+    };
     // The port's complaints reach the user as this tool's own error lines.
     if (!request.verbose)
         QLoggingCategory::setFilterRules(
             QStringLiteral("dcp*.info=false\ndcp.host.serial.warning=false"));
 
+    QTemporaryDir staging;
+    if (!request.sourceFile.isEmpty() && !stageProgramFile(request, staging, &error))
+        return finish(2, QString(), error);
+    report.set(QStringLiteral("program"), request.program);
+    report.set(QStringLiteral("segmentCount"), request.segments);
+    report.set(QStringLiteral("port"), request.session.portName);
+
+    // Made before the session, gone after it: the driver's take-down may
+    // still send a close through the observed port.
+    TransferWatch watch(request.trace);
     auto sessionOwner = std::make_unique<PluginSession>(request.session);
     PluginSession& session = *sessionOwner;
-    if (!session.openPort(&error)) {
-        say(prefix + error);
-        return 1;
-    }
-    if (!session.load(&error)) {
-        say(prefix + error);
-        return 1;
-    }
+    if (!session.openPort(&error) || !session.load(&error))
+        return finish(1, QString(), error);
+    session.observeLine(watch.observers());
     if (request.verbose) {
         say(QStringLiteral("plug-in %1, companion %2")
                 .arg(request.session.pluginPath.isEmpty() ? PluginSession::defaultPluginPath()
@@ -687,39 +813,42 @@ int runTransfer(TransferDirection direction, const QStringList& args)
         request.storage == 0 ? request.session.usbDirectory : request.session.sdDirectory;
     const QString mediumName = request.storage == 0 ? QStringLiteral("USB") : QStringLiteral("SD");
     const QString programFile = directory + QStringLiteral("/PROG_%1.txt").arg(request.program);
+    const QString shownFile = request.sourceFile.isEmpty() ? programFile : request.sourceFile;
     const QString logFile = directory + QStringLiteral("/%1_PROG_%2_ERROR.txt")
                                             .arg(QLatin1String(names.logPrefix))
                                             .arg(request.program);
+    report.set(QStringLiteral("file"), shownFile);
     const FileStamp programBefore = FileStamp::of(programFile);
     const FileStamp logBefore = FileStamp::of(logFile);
 
     SegmentCodec::WriteParameters limits;
     if (direction == TransferDirection::Write &&
         !checkBeforeWriting(session, request, programFile, prefix, &limits))
-        return 1;
+        return finish(1, QString(), QStringLiteral("nothing was written"));
 
     ScreenOutcome outcome;
     {
         const InterruptGuard interruptions;
-        session.runOnCommunicationThread([&] { outcome = driveScreen(session, request); });
+        session.runOnCommunicationThread([&] { outcome = driveScreen(session, request, watch); });
         if (outcome.interruptedBy) {
             // Taking the driver down stops the transfer at its next wait and
             // closes the controller's program file.
             sessionOwner.reset();
-            say(prefix + interruptedState(request, outcome.lastProgress));
-            return InterruptGuard::exitStatus();
+            report.set(QStringLiteral("interruptedBy"), outcome.interruptedBy);
+            return finish(InterruptGuard::exitStatus(), QString(),
+                          interruptedState(request, outcome.lastProgress));
         }
     }
+    report.set(QStringLiteral("retries"), watch.state().retries);
 
     QStringList reasons;
-    if (!outcome.refusal.isEmpty()) {
-        say(prefix + outcome.refusal);
-        return 1;
-    }
+    if (!outcome.refusal.isEmpty())
+        return finish(1, QString(), outcome.refusal);
     if (outcome.timedOut)
         reasons << QStringLiteral("%1 still set after %2 s; the transfer did not end")
                        .arg(QLatin1String(names.running))
                        .arg(request.timeoutSeconds);
+    QStringList logLines;
     if (outcome.errorFlag) {
         const QString log = awaitErrorLog(logFile, logBefore);
         if (log.isNull()) {
@@ -727,14 +856,19 @@ int runTransfer(TransferDirection direction, const QStringList& args)
                            .arg(QLatin1String(names.failed));
         } else {
             reasons << QStringLiteral("the driver raised %1").arg(QLatin1String(names.failed));
+            logLines = log.split(QLatin1Char('\n'));
             say(prefix + QStringLiteral("error log %1:").arg(logFile));
-            for (const QString& line : log.split(QLatin1Char('\n')))
-                say(line.isEmpty() ? QString() : QStringLiteral("    ") + line);
+            for (const QString& line : logLines)
+                say(logLine(line));
         }
     }
+    report.set(QStringLiteral("errorFlag"), outcome.errorFlag);
+    fileLogLines(logLines, request.segments, report);
     // Messages queued in the last moments still belong to this transfer.
     QCoreApplication::processEvents();
     const QStringList messages = session.messageCentre().texts();
+    for (const QString& message : messages)
+        report.addMessage(message);
     if (!messages.isEmpty())
         reasons
             << QStringLiteral("the driver reported: %1").arg(messages.join(QStringLiteral(" / ")));
@@ -754,9 +888,9 @@ int runTransfer(TransferDirection direction, const QStringList& args)
                                .arg(qMax(0, rows - 1))
                                .arg(request.segments);
             else if (outcome.errorFlag)
-                reasons << QStringLiteral("%1 was written with %2 segment rows")
-                               .arg(programFile)
-                               .arg(rows - 1);
+                reasons << QStringLiteral("%1 was written with %2")
+                               .arg(programFile,
+                                    ToolOutput::count(rows - 1, QStringLiteral("segment row")));
         }
     }
     if (!reasons.isEmpty() && direction == TransferDirection::Write &&
@@ -767,32 +901,33 @@ int runTransfer(TransferDirection direction, const QStringList& args)
 
     const QString seconds = QString::number(outcome.elapsedMs / 1000.0, 'f', 1);
     if (!reasons.isEmpty()) {
-        say(prefix + QStringLiteral("program %1 failed: %2")
-                         .arg(request.program)
-                         .arg(reasons.join(QStringLiteral("; "))));
         if (reasons.join(QString()).contains(QLatin1String("File is already open.")) ||
-            QString::fromLocal8Bit(readWhole(logFile))
-                .contains(QLatin1String("File is already open.")))
+            logLines.join(QString()).contains(QLatin1String("File is already open.")))
             say(prefix + QStringLiteral("hint: 'dcp30ctl close --port %1 --program %2' closes a "
                                         "program file the controller holds open")
                              .arg(request.session.portName)
                              .arg(request.program));
-        return 1;
+        return finish(1, QString(),
+                      QStringLiteral("program %1 failed: %2")
+                          .arg(request.program)
+                          .arg(reasons.join(QStringLiteral("; "))));
     }
-    if (request.verify && !verifyWrite(session, request, programFile, limits, prefix))
-        return 1;
-    const QString summary =
-        direction == TransferDirection::Read
-            ? QStringLiteral("read program %1 (%2 segments) from %3 into %4 in %5 s\n")
-                  .arg(request.program)
-                  .arg(request.segments)
-                  .arg(request.session.portName, programFile, seconds)
-            : QStringLiteral("wrote %1 (%2 segments) into program %3 on %4 in %5 s\n")
-                  .arg(programFile)
-                  .arg(request.segments)
-                  .arg(request.program)
-                  .arg(request.session.portName, seconds);
-    std::fputs(qUtf8Printable(summary), stdout);
-    std::fflush(stdout);
-    return 0;
+    if (request.verify) {
+        const bool verified = verifyWrite(session, request, programFile, limits, prefix, watch);
+        report.set(QStringLiteral("verified"), verified);
+        if (!verified)
+            return finish(
+                1, QString(),
+                QStringLiteral("program %1 does not read back as written").arg(request.program));
+    }
+    const QString segments = ToolOutput::count(request.segments, QStringLiteral("segment"));
+    const QString summary = direction == TransferDirection::Read
+                                ? QStringLiteral("read: program %1 (%2) from %3 into %4 in %5 s")
+                                      .arg(request.program)
+                                      .arg(segments, request.session.portName, programFile, seconds)
+                                : QStringLiteral("write: %1 (%2) into program %3 on %4 in %5 s")
+                                      .arg(shownFile, segments)
+                                      .arg(request.program)
+                                      .arg(request.session.portName, seconds);
+    return finish(0, summary);
 }

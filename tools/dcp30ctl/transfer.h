@@ -25,6 +25,13 @@ struct TransferRequest {
     bool force = false;
     // write: read the program back afterwards and compare the records.
     bool verify = false;
+    // Every frame on the line on stderr.
+    bool trace = false;
+    // One JSON object on stdout at the end instead of the summary line.
+    bool json = false;
+    // write FILE: the file to stage as PROG_N.txt (absolute); empty: the
+    // medium's own PROG_N.txt.
+    QString sourceFile;
 };
 
 // Parses the arguments after "read" / "write". Returns 0 with request
