@@ -27,4 +27,11 @@ endforeach()
 # The plug-in the runtime loads: build/lib/libdcp30.so.
 add_library(dcp30 MODULE)
 target_link_libraries(dcp30 PRIVATE dcp30core)
-set_target_properties(dcp30 PROPERTIES OUTPUT_NAME dcp30)
+# It links nothing of the build tree at run time: no run path, so nothing of
+# this machine's folders can reach a panel. The version script exports
+# CreateDriver and Qt's entry points only (compiler visibility alone leaves
+# the C++ library's template instances exported).
+set(DCP30_EXPORTS ${CMAKE_CURRENT_LIST_DIR}/dcp30.exports)
+target_link_options(dcp30 PRIVATE -Wl,--version-script=${DCP30_EXPORTS})
+set_target_properties(dcp30 PROPERTIES OUTPUT_NAME dcp30 SKIP_BUILD_RPATH ON
+                                       LINK_DEPENDS ${DCP30_EXPORTS})

@@ -20,9 +20,32 @@ QString toolPath()
     return binary("dcp30ctl");
 }
 
+// A cross build's tests run our programs through the emulator command in
+// DCP_EMULATOR (qemu-user where binfmt_misc cannot start them directly).
+static void startProgram(QProcess& process, const QString& program, const QStringList& arguments)
+{
+    QStringList command = QProcess::splitCommand(qEnvironmentVariable("DCP_EMULATOR"));
+    if (command.isEmpty()) {
+        process.start(program, arguments);
+        return;
+    }
+    const QString emulator = command.takeFirst();
+    process.start(emulator, command << program << arguments);
+}
+
+// Shortened waits leave little slack for two emulated processes: under
+// emulation they are three times as long, at most the real waits.
+static int waitPercentHere(int waitPercent)
+{
+    constexpr int EmulatedWaitFactor = 3;
+    if (waitPercent <= 0 || qEnvironmentVariableIsEmpty("DCP_EMULATOR"))
+        return waitPercent;
+    return qMin(100, waitPercent * EmulatedWaitFactor);
+}
+
 Simulator::Simulator(const QStringList& arguments)
 {
-    process.start(binary("dcp30-sim"), arguments + QStringList{"--exit-on-stdin-eof"});
+    startProgram(process, binary("dcp30-sim"), arguments + QStringList{"--exit-on-stdin-eof"});
     QElapsedTimer clock;
     clock.start();
     while (process.waitForStarted(10000) && !process.canReadLine() && clock.elapsed() < 10000)
@@ -31,6 +54,11 @@ Simulator::Simulator(const QStringList& arguments)
     const QString prefix = QStringLiteral("dcp30-sim: listening on ");
     if (line.startsWith(prefix))
         devicePath = line.mid(prefix.size());
+    else if (process.error() == QProcess::FailedToStart)
+        qWarning("dcp30-sim did not start: %s", qPrintable(process.errorString()));
+    else
+        qWarning("dcp30-sim said no device: %s%s", qPrintable(line),
+                 process.readAllStandardError().constData());
 }
 
 bool Simulator::stop()
@@ -42,6 +70,8 @@ bool Simulator::stop()
 
 QString ToolRun::describe() const
 {
+    if (!startError.isEmpty())
+        return QStringLiteral("dcp30ctl did not start: %1").arg(startError);
     return QStringLiteral("dcp30ctl %1, exit code %2\n--- stdout\n%3--- stderr\n%4")
         .arg(finished ? "ended" : "crashed or killed")
         .arg(exitCode)
@@ -59,12 +89,17 @@ ToolRun runTool(const QStringList& arguments, int waitPercent, const QString& cu
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     env.remove(QStringLiteral("DCP30_WAIT_PERCENT"));
     if (waitPercent > 0)
-        env.insert(QStringLiteral("DCP30_WAIT_PERCENT"), QString::number(waitPercent));
+        env.insert(QStringLiteral("DCP30_WAIT_PERCENT"),
+                   QString::number(waitPercentHere(waitPercent)));
     QProcess process;
     process.setProcessEnvironment(env);
-    process.start(toolPath(), arguments);
+    startProgram(process, toolPath(), arguments);
 
     ToolRun run;
+    if (!process.waitForStarted(10000)) {
+        run.startError = process.errorString();
+        return run;
+    }
     QElapsedTimer clock;
     clock.start();
     while (!cue.isEmpty() && process.waitForStarted(10000) && clock.elapsed() < 60000) {

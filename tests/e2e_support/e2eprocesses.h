@@ -38,6 +38,7 @@ private:
 struct ToolRun {
     bool finished = false; // false: crashed or killed after the time limit
     int exitCode = -1;
+    QString startError; // QProcess's reason when it could not start the tool
     QString out;
     QString err;
     bool ok(int code) const { return finished && exitCode == code; }
@@ -45,7 +46,8 @@ struct ToolRun {
 };
 
 // Runs dcp30ctl headless to its end (killed after 60 s), waitPercent (0 =
-// unset) as DCP30_WAIT_PERCENT. Once its stderr holds cue, whileRunning runs.
+// unset) as DCP30_WAIT_PERCENT, tripled under an emulator (at most 100).
+// Once its stderr holds cue, whileRunning runs.
 ToolRun runTool(const QStringList& arguments, int waitPercent = 0, const QString& cue = QString(),
                 const std::function<void()>& whileRunning = {});
 

@@ -1,0 +1,34 @@
+# cmake -DPLUGIN=libdcp30.so -DNM=nm -DREADELF=readelf -P checkplugin.cmake
+#
+# Fails unless the plug-in exports exactly CreateDriver and Qt's two plug-in
+# entry points, and carries no run path (a panel has none of the build's
+# folders; a run path there would only reach into whatever happens to be at
+# that place).
+set(expected CreateDriver qt_plugin_instance qt_plugin_query_metadata)
+
+execute_process(COMMAND ${NM} -D --defined-only --format=posix ${PLUGIN}
+    OUTPUT_VARIABLE table RESULT_VARIABLE failed)
+if(failed)
+    message(FATAL_ERROR "${NM} could not read ${PLUGIN}")
+endif()
+string(REGEX MATCHALL "[^\n]+" lines "${table}")
+set(exported)
+foreach(line ${lines})
+    string(REGEX REPLACE " .*" "" name "${line}")
+    list(APPEND exported ${name})
+endforeach()
+list(SORT exported)
+if(NOT exported STREQUAL expected)
+    list(JOIN exported "\n  " shown)
+    message(FATAL_ERROR "${PLUGIN} exports, besides or instead of ${expected}:\n  ${shown}")
+endif()
+
+execute_process(COMMAND ${READELF} -d ${PLUGIN} OUTPUT_VARIABLE dynamic RESULT_VARIABLE failed)
+if(failed)
+    message(FATAL_ERROR "${READELF} could not read ${PLUGIN}")
+endif()
+string(REGEX MATCH "\\((RUNPATH|RPATH)\\)[^\n]*" path "${dynamic}")
+if(path)
+    message(FATAL_ERROR "${PLUGIN} has a run path: ${path}")
+endif()
+message(STATUS "${PLUGIN}: exports ${expected}, no run path")
