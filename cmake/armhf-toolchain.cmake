@@ -52,4 +52,6 @@ set(DCP_ARMHF_EMULATOR qemu-arm -L ${DCP_ARMHF_SYSROOT})
 if(DCP_ARMHF_PRELOAD)
     list(APPEND DCP_ARMHF_EMULATOR -E LD_PRELOAD=${DCP_ARMHF_PRELOAD})
 endif()
-set(CMAKE_CROSSCOMPILING_EMULATOR ${DCP_ARMHF_EMULATOR})
+# Cached, so that scripts find the same command in CMakeCache.txt.
+set(CMAKE_CROSSCOMPILING_EMULATOR "${DCP_ARMHF_EMULATOR}" CACHE STRING
+    "Runs the armhf programs on this machine" FORCE)

@@ -54,10 +54,10 @@ Simulator::Simulator(const QStringList& arguments)
     const QString prefix = QStringLiteral("dcp30-sim: listening on ");
     if (line.startsWith(prefix))
         devicePath = line.mid(prefix.size());
-    else if (process.error() == QProcess::FailedToStart)
-        qWarning("dcp30-sim did not start: %s", qPrintable(process.errorString()));
+    else if (process.error() != QProcess::UnknownError)
+        qWarning("dcp30-sim did not run: %s", qPrintable(process.errorString()));
     else
-        qWarning("dcp30-sim said no device: %s%s", qPrintable(line),
+        qWarning("dcp30-sim named no device: %s\n%s", qPrintable(line),
                  process.readAllStandardError().constData());
 }
 
@@ -70,12 +70,10 @@ bool Simulator::stop()
 
 QString ToolRun::describe() const
 {
-    if (!startError.isEmpty())
-        return QStringLiteral("dcp30ctl did not start: %1").arg(startError);
-    return QStringLiteral("dcp30ctl %1, exit code %2\n--- stdout\n%3--- stderr\n%4")
-        .arg(finished ? "ended" : "crashed or killed")
-        .arg(exitCode)
-        .arg(out, err);
+    // A process that did not end normally has no exit code worth showing.
+    const QString how = finished ? QStringLiteral("ended, exit code %1").arg(exitCode)
+                                 : QStringLiteral("did not run to its end: %1").arg(failure);
+    return QStringLiteral("dcp30ctl %1\n--- stdout\n%2--- stderr\n%3").arg(how, out, err);
 }
 
 ToolRun runTool(const QStringList& arguments, int waitPercent, const QString& cue,
@@ -97,7 +95,7 @@ ToolRun runTool(const QStringList& arguments, int waitPercent, const QString& cu
 
     ToolRun run;
     if (!process.waitForStarted(10000)) {
-        run.startError = process.errorString();
+        run.failure = process.errorString();
         return run;
     }
     QElapsedTimer clock;
@@ -112,6 +110,8 @@ ToolRun runTool(const QStringList& arguments, int waitPercent, const QString& cu
     }
     run.finished = process.waitForFinished(int(qMax<qint64>(1, 60000 - clock.elapsed()))) &&
                    process.exitStatus() == QProcess::NormalExit;
+    if (!run.finished)
+        run.failure = process.errorString();
     run.exitCode = process.exitCode();
     run.out = QString::fromLocal8Bit(process.readAllStandardOutput());
     run.err += QString::fromLocal8Bit(process.readAllStandardError());

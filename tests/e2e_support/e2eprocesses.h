@@ -36,9 +36,9 @@ private:
 };
 
 struct ToolRun {
-    bool finished = false; // false: crashed or killed after the time limit
+    bool finished = false; // false: did not start, crashed, or killed after the time limit
     int exitCode = -1;
-    QString startError; // QProcess's reason when it could not start the tool
+    QString failure; // when not finished: QProcess's account of what happened
     QString out;
     QString err;
     bool ok(int code) const { return finished && exitCode == code; }
