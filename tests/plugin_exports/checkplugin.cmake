@@ -1,7 +1,10 @@
 # cmake -DPLUGIN=libdcp30.so -DNM=nm -DREADELF=readelf -P checkplugin.cmake
 #
 # Fails unless the plug-in exports exactly CreateDriver and Qt's two plug-in
-# entry points, and carries no run path (a panel has none of the build's
+# entry points, takes every symbol it needs from a library that versions its
+# symbols (Qt, the C and C++ runtimes: an unversioned one would bind to
+# whichever loaded library has the name first, a companion's toolkit
+# included), and carries no run path (a panel has none of the build's
 # folders; a run path there would only reach into whatever happens to be at
 # that place).
 set(expected CreateDriver qt_plugin_instance qt_plugin_query_metadata)
@@ -23,6 +26,23 @@ if(NOT exported STREQUAL expected)
     message(FATAL_ERROR "${PLUGIN} exports, besides or instead of ${expected}:\n  ${shown}")
 endif()
 
+execute_process(COMMAND ${NM} -D --undefined-only --format=posix ${PLUGIN}
+    OUTPUT_VARIABLE table RESULT_VARIABLE failed)
+if(failed)
+    message(FATAL_ERROR "${NM} could not read ${PLUGIN}")
+endif()
+string(REGEX MATCHALL "[^\n]+" lines "${table}")
+set(unversioned)
+foreach(line ${lines})
+    if(line MATCHES "^([^ @]+) U")
+        list(APPEND unversioned ${CMAKE_MATCH_1})
+    endif()
+endforeach()
+if(unversioned)
+    list(JOIN unversioned "\n  " shown)
+    message(FATAL_ERROR "${PLUGIN} needs symbols that any library may lend:\n  ${shown}")
+endif()
+
 execute_process(COMMAND ${READELF} -d ${PLUGIN} OUTPUT_VARIABLE dynamic RESULT_VARIABLE failed)
 if(failed)
     message(FATAL_ERROR "${READELF} could not read ${PLUGIN}")
@@ -31,4 +51,4 @@ string(REGEX MATCH "\\((RUNPATH|RPATH)\\)[^\n]*" path "${dynamic}")
 if(path)
     message(FATAL_ERROR "${PLUGIN} has a run path: ${path}")
 endif()
-message(STATUS "${PLUGIN}: exports ${expected}, no run path")
+message(STATUS "${PLUGIN}: exports ${expected}, needs versioned symbols only, no run path")
