@@ -9,12 +9,18 @@
 # that place).
 set(expected CreateDriver qt_plugin_instance qt_plugin_query_metadata)
 
-execute_process(COMMAND ${NM} -D --defined-only --format=posix ${PLUGIN}
-    OUTPUT_VARIABLE table RESULT_VARIABLE failed)
-if(failed)
-    message(FATAL_ERROR "${NM} could not read ${PLUGIN}")
-endif()
-string(REGEX MATCHALL "[^\n]+" lines "${table}")
+# dynamic_symbols(<nm option> <out>): one "name[@version] type ..." per line.
+function(dynamic_symbols option out)
+    execute_process(COMMAND ${NM} -D ${option} --format=posix ${PLUGIN}
+        OUTPUT_VARIABLE table RESULT_VARIABLE failed)
+    if(failed)
+        message(FATAL_ERROR "${NM} could not read ${PLUGIN}")
+    endif()
+    string(REGEX MATCHALL "[^\n]+" lines "${table}")
+    set(${out} ${lines} PARENT_SCOPE)
+endfunction()
+
+dynamic_symbols(--defined-only lines)
 set(exported)
 foreach(line ${lines})
     string(REGEX REPLACE " .*" "" name "${line}")
@@ -26,12 +32,7 @@ if(NOT exported STREQUAL expected)
     message(FATAL_ERROR "${PLUGIN} exports, besides or instead of ${expected}:\n  ${shown}")
 endif()
 
-execute_process(COMMAND ${NM} -D --undefined-only --format=posix ${PLUGIN}
-    OUTPUT_VARIABLE table RESULT_VARIABLE failed)
-if(failed)
-    message(FATAL_ERROR "${NM} could not read ${PLUGIN}")
-endif()
-string(REGEX MATCHALL "[^\n]+" lines "${table}")
+dynamic_symbols(--undefined-only lines)
 set(unversioned)
 foreach(line ${lines})
     if(line MATCHES "^([^ @]+) U")

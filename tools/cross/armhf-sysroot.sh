@@ -21,6 +21,7 @@ if [ -f "$STAMP" ] && [ "$(cat "$STAMP")" = "${PACKAGES[*]}" ]; then
     exit 0
 fi
 
+# shellcheck source=/dev/null
 . /etc/os-release
 mkdir -p "$APTDIR/lists/partial" "$APTDIR/archives/partial" "$APTDIR/etc/preferences.d"
 : >"$APTDIR/status"
@@ -29,6 +30,7 @@ keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 signed=""
 [ -f "$keyring" ] && signed="[signed-by=$keyring] "
 # The host's own Debian archives (whatever mirror it uses), release and updates.
+# shellcheck disable=SC2016 # apt's own $(FIELD) placeholders
 apt-get indextargets --format '$(REPO_URI) $(RELEASE) $(COMPONENT)' 'Identifier: Packages' |
     awk -v r="$VERSION_CODENAME" '$2 == r || $2 == r "-updates"' | sort -u |
     while read -r uri suite component; do

@@ -15,8 +15,8 @@ bytes=$(stat -c %s "$SHIPPED")
 needed=$($TOOLS-readelf -d "$SHIPPED" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
 exports=$($TOOLS-nm -D --defined-only "$SHIPPED" | awk '{print $NF}')
 echo "== $SHIPPED: $bytes bytes, $($TOOLS-readelf -h "$SHIPPED" | sed -n 's/^ *Flags: *//p')"
-echo "needs:   $(echo $needed)"
-echo "exports: $(echo $exports)"
+echo "needs:   $(tr '\n' ' ' <<<"$needed")"
+echo "exports: $(tr '\n' ' ' <<<"$exports")"
 if $TOOLS-readelf -d "$SHIPPED" | grep -Eq '\((RUNPATH|RPATH)\)'; then
     echo "ship-plugin: $SHIPPED carries a run path" >&2
     exit 1
