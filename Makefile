@@ -1,6 +1,6 @@
 # The one entry point: every target installs what is missing (Debian
 # packages), configures and builds through dev.sh.
-.PHONY: all build test demo bench sanitize tsan fuzz fuzz-smoke deps package clean
+.PHONY: all build test demo bench sanitize tsan fuzz fuzz-smoke deps package clean cross-test cross-demo
 
 all: build
 
@@ -24,5 +24,10 @@ package:
 FUZZ_SECONDS ?= 60
 fuzz:
 	./dev.sh fuzz $(FUZZ_SECONDS)
+# The whole suite built for the panels' 32-bit ARM and run under qemu-user.
+cross-test:
+	./dev.sh cross-test
+cross-demo:
+	./dev.sh cross-demo
 clean:
-	rm -rf build build-asan build-fuzz
+	rm -rf build build-asan build-fuzz build-armhf

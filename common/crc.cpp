@@ -124,7 +124,10 @@ unsigned short update_crc_dnp(unsigned short crc, char c)
 
 unsigned long update_crc_32(unsigned long crc, char c)
 {
-    return (crc >> 8) ^ crc32Table()[(crc ^ byteValue(c)) & 0xFF];
+    // unsigned long is 32 bits on the panel and 64 on a PC: only the low 32
+    // bits take part, so a start value of ~0ul gives the same CRC on both.
+    const std::uint32_t low = static_cast<std::uint32_t>(crc);
+    return (low >> 8) ^ crc32Table()[(low ^ byteValue(c)) & 0xFF];
 }
 
 unsigned short update_crc_ccitt(unsigned short crc, char c)

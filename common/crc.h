@@ -15,7 +15,7 @@ unsigned short CRC16Calculate(const unsigned char* p, int len);
 unsigned short update_crc_16(unsigned short crc, char c);     // 0x8005 reflected
 unsigned short update_crc_kermit(unsigned short crc, char c); // 0x1021 reflected
 unsigned short update_crc_dnp(unsigned short crc, char c);    // 0x3D65 reflected
-unsigned long update_crc_32(unsigned long crc, char c);       // 0x04C11DB7 reflected
+unsigned long update_crc_32(unsigned long crc, char c);       // 0x04C11DB7 reflected, 32 bits
 unsigned short update_crc_ccitt(unsigned short crc, char c);  // 0x1021, MSB first
 // SICK: no table; prev is the byte before c.
 unsigned short update_crc_sick(unsigned short crc, char c, char prev);

@@ -30,6 +30,21 @@ quint32 getValue(const unsigned char* p, int width, bool bigEndian)
     return v;
 }
 
+// The caller's arrays of unsigned short or unsigned int come through pointers
+// that need not be aligned for their type (a field inside a packed frame, say):
+// ARM cores fault or tear on such typed loads, so they go through memcpy.
+quint32 loadValue(const unsigned char* source, int width)
+{
+    if (width == 2) {
+        unsigned short value;
+        std::memcpy(&value, source, sizeof value);
+        return value;
+    }
+    unsigned int value;
+    std::memcpy(&value, source, sizeof value);
+    return value;
+}
+
 struct FieldKind {
     int width = 0; // bytes per element; 0: not a field character
     bool bigEndian = false;
@@ -155,28 +170,29 @@ FormatError pack(PackTarget& out, const char* fmt, va_list ap)
         unsigned char* p = out.reserve(len);
         if (k.width == 1) {
             std::memcpy(p, va_arg(ap, const unsigned char*), size_t(len));
-        } else if (k.width == 2) {
-            const unsigned short* src = va_arg(ap, const unsigned short*);
-            for (long i = 0; i < count; ++i)
-                putValue(p + 2 * i, src[i], 2, k.bigEndian);
         } else {
-            const unsigned int* src = va_arg(ap, const unsigned int*);
+            const auto* src = static_cast<const unsigned char*>(va_arg(ap, const void*));
             for (long i = 0; i < count; ++i)
-                putValue(p + 4 * i, src[i], 4, k.bigEndian);
+                putValue(p + k.width * i, loadValue(src + k.width * i, k.width), k.width,
+                         k.bigEndian);
         }
         out.advance(len);
     }
     return FormatError::None;
 }
 
-void storeValue(void* target, quint32 v, int width)
+// Unpacking stores into the caller's unsigned char / short / int.
+void storeValue(unsigned char* target, quint32 v, int width)
 {
-    if (width == 1)
-        *static_cast<unsigned char*>(target) = static_cast<unsigned char>(v);
-    else if (width == 2)
-        *static_cast<unsigned short*>(target) = static_cast<unsigned short>(v);
-    else
-        *static_cast<unsigned int*>(target) = v;
+    if (width == 1) {
+        *target = static_cast<unsigned char>(v);
+    } else if (width == 2) {
+        const unsigned short value = static_cast<unsigned short>(v);
+        std::memcpy(target, &value, sizeof value);
+    } else {
+        const unsigned int value = v;
+        std::memcpy(target, &value, sizeof value);
+    }
 }
 
 } // namespace
@@ -238,10 +254,9 @@ int VDataUnpack(const unsigned char* buf, const char* fmt, va_list ap)
         if (count == 0)
             return -1;
         const long elements = count < 0 ? 1 : count;
-        void* target = va_arg(ap, void*);
+        auto* target = static_cast<unsigned char*>(va_arg(ap, void*));
         for (long i = 0; i < elements; ++i) {
-            storeValue(static_cast<unsigned char*>(target) + i * k.width,
-                       getValue(buf + pos, k.width, k.bigEndian), k.width);
+            storeValue(target + i * k.width, getValue(buf + pos, k.width, k.bigEndian), k.width);
             pos += k.width;
         }
     }

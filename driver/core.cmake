@@ -27,4 +27,16 @@ endforeach()
 # The plug-in the runtime loads: build/lib/libdcp30.so.
 add_library(dcp30 MODULE)
 target_link_libraries(dcp30 PRIVATE dcp30core)
-set_target_properties(dcp30 PROPERTIES OUTPUT_NAME dcp30)
+# Everything inside it is compiled with hidden visibility and the version
+# script exports CreateDriver and Qt's entry points only (visibility alone
+# leaves the C++ library's template instances exported). So the plug-in's
+# toolkit functions bind inside it: a companion library loaded beside it may
+# export the same names, and neither borrows the other's. It links nothing of
+# the build tree at run time: no run path, so none of this machine's folders
+# can reach a panel.
+set_target_properties(dcp30core dcpcommon dcp30codec dcpcsv PROPERTIES
+    C_VISIBILITY_PRESET hidden CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+set(DCP30_EXPORTS ${CMAKE_CURRENT_LIST_DIR}/dcp30.exports)
+target_link_options(dcp30 PRIVATE -Wl,--version-script=${DCP30_EXPORTS})
+set_target_properties(dcp30 PROPERTIES OUTPUT_NAME dcp30 SKIP_BUILD_RPATH ON
+                                       LINK_DEPENDS ${DCP30_EXPORTS})

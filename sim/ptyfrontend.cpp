@@ -156,7 +156,7 @@ int PtyFrontEnd::run()
         }
         pollfd fds[3] = {{master, POLLIN, 0}, {stopPipe[0], POLLIN, 0}, {0, POLLIN, 0}};
         const nfds_t count = options.exitOnStdinEof ? 3 : 2;
-        timespec timeout{waitNs / 1000000000, long(waitNs % 1000000000)};
+        timespec timeout{time_t(waitNs / 1000000000), long(waitNs % 1000000000)};
         const int ready = ppoll(fds, count, waitNs < 0 ? nullptr : &timeout, nullptr);
         if (ready < 0) {
             if (errno == EINTR)

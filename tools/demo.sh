@@ -6,6 +6,8 @@
 # 12, reads that back, compares the two files and draws the program.
 #
 # Expects a build in build/ (or $DCP_BUILD_DIR); `./dev.sh demo` makes it.
+# DCP_EMULATOR, when set, is the command that runs the built programs here
+# (`./dev.sh cross-demo`: qemu-user for the armhf build).
 # Leaves no process behind: the simulator reads its stdin from this script
 # and ends when the script ends, however it ends.
 set -euo pipefail
@@ -20,6 +22,8 @@ BACK=$DEMO/readback
 SOURCE=3
 TARGET=12
 SEGMENTS=30
+read -r -a EMULATOR <<<"${DCP_EMULATOR:-}"
+ctl() { "${EMULATOR[@]}" "$CTL" "$@"; }
 
 for f in "$CTL" "$BIN/dcp30-sim" "$BUILD/lib/libdcp30.so" "$BUILD/lib/libsdc35.so"; do
     [ -e "$f" ] || { echo "demo: $f is missing; build first (./dev.sh build)" >&2; exit 2; }
@@ -36,7 +40,7 @@ mkdir -p "$USB" "$BACK" "$XDG_RUNTIME_DIR"
 chmod 700 "$XDG_RUNTIME_DIR"
 
 step() { printf '\n== %s\n' "$*"; }
-has_command() { "$CTL" --help 2>/dev/null | grep -q "^  $1 "; }
+has_command() { ctl --help 2>/dev/null | grep -q "^  $1 "; }
 
 SIM_PID=
 stop_simulator() {
@@ -53,7 +57,7 @@ trap 'exit 130' INT TERM
 
 step "Starting the simulated controller (dcp30-sim, 9600 baud)"
 mkfifo "$DEMO/sim.stdin"
-"$BIN/dcp30-sim" --exit-on-stdin-eof --programs "$DEMO/controller.txt" --save-on-exit \
+"${EMULATOR[@]}" "$BIN/dcp30-sim" --exit-on-stdin-eof --programs "$DEMO/controller.txt" --save-on-exit \
     <"$DEMO/sim.stdin" >"$DEMO/sim.out" 2>"$DEMO/sim.log" &
 SIM_PID=$!
 exec 3>"$DEMO/sim.stdin"
@@ -73,25 +77,25 @@ echo "controller on $PORT"
 
 START=$(date +%s)
 step "Reading program $SOURCE ($SEGMENTS segments) into $USB"
-"$CTL" read --port "$PORT" --program "$SOURCE" --segments "$SEGMENTS" --usb "$USB"
+ctl read --port "$PORT" --program "$SOURCE" --segments "$SEGMENTS" --usb "$USB"
 
 step "Program $SOURCE as the panel stores it"
 if has_command show; then
-    "$CTL" show "$USB/PROG_$SOURCE.txt"
+    ctl show "$USB/PROG_$SOURCE.txt"
 else
     iconv -f UTF-16 -t UTF-8 "$USB/PROG_$SOURCE.txt" | expand -t 8
 fi
 
 step "Writing it into program $TARGET"
 cp "$USB/PROG_$SOURCE.txt" "$USB/PROG_$TARGET.txt"
-"$CTL" write --port "$PORT" --program "$TARGET" --segments "$SEGMENTS" --usb "$USB"
+ctl write --port "$PORT" --program "$TARGET" --segments "$SEGMENTS" --usb "$USB"
 
 step "Reading program $TARGET back into $BACK"
-"$CTL" read --port "$PORT" --program "$TARGET" --segments "$SEGMENTS" --usb "$BACK"
+ctl read --port "$PORT" --program "$TARGET" --segments "$SEGMENTS" --usb "$BACK"
 
 step "Comparing what was read with what was written"
 if has_command compare; then
-    "$CTL" compare "$USB/PROG_$SOURCE.txt" "$BACK/PROG_$TARGET.txt"
+    ctl compare "$USB/PROG_$SOURCE.txt" "$BACK/PROG_$TARGET.txt"
 else
     cmp "$USB/PROG_$SOURCE.txt" "$BACK/PROG_$TARGET.txt" && echo "the files are byte for byte equal"
 fi
@@ -100,7 +104,7 @@ PICTURE=
 if has_command plot; then
     step "Drawing program $SOURCE"
     PICTURE=$DEMO/PROG_$SOURCE.png
-    "$CTL" plot "$USB/PROG_$SOURCE.txt" -o "$PICTURE"
+    ctl plot "$USB/PROG_$SOURCE.txt" -o "$PICTURE"
 fi
 END=$(date +%s)
 stop_simulator

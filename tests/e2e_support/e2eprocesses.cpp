@@ -20,9 +20,32 @@ QString toolPath()
     return binary("dcp30ctl");
 }
 
+// A cross build's tests run our programs through the emulator command in
+// DCP_EMULATOR (qemu-user where binfmt_misc cannot start them directly).
+static void startProgram(QProcess& process, const QString& program, const QStringList& arguments)
+{
+    QStringList command = QProcess::splitCommand(qEnvironmentVariable("DCP_EMULATOR"));
+    if (command.isEmpty()) {
+        process.start(program, arguments);
+        return;
+    }
+    const QString emulator = command.takeFirst();
+    process.start(emulator, command << program << arguments);
+}
+
+// Shortened waits leave little slack for two emulated processes: under
+// emulation they are three times as long, at most the real waits.
+static int waitPercentHere(int waitPercent)
+{
+    constexpr int EmulatedWaitFactor = 3;
+    if (waitPercent <= 0 || qEnvironmentVariableIsEmpty("DCP_EMULATOR"))
+        return waitPercent;
+    return qMin(100, waitPercent * EmulatedWaitFactor);
+}
+
 Simulator::Simulator(const QStringList& arguments)
 {
-    process.start(binary("dcp30-sim"), arguments + QStringList{"--exit-on-stdin-eof"});
+    startProgram(process, binary("dcp30-sim"), arguments + QStringList{"--exit-on-stdin-eof"});
     QElapsedTimer clock;
     clock.start();
     while (process.waitForStarted(10000) && !process.canReadLine() && clock.elapsed() < 10000)
@@ -31,6 +54,11 @@ Simulator::Simulator(const QStringList& arguments)
     const QString prefix = QStringLiteral("dcp30-sim: listening on ");
     if (line.startsWith(prefix))
         devicePath = line.mid(prefix.size());
+    else if (process.error() != QProcess::UnknownError)
+        qWarning("dcp30-sim did not run: %s", qPrintable(process.errorString()));
+    else
+        qWarning("dcp30-sim named no device: %s\n%s", qPrintable(line),
+                 process.readAllStandardError().constData());
 }
 
 bool Simulator::control(const QByteArray& line)
@@ -58,10 +86,10 @@ bool Simulator::stop()
 
 QString ToolRun::describe() const
 {
-    return QStringLiteral("dcp30ctl %1, exit code %2\n--- stdout\n%3--- stderr\n%4")
-        .arg(finished ? "ended" : "crashed or killed")
-        .arg(exitCode)
-        .arg(out, err);
+    // A process that did not end normally has no exit code worth showing.
+    const QString how = finished ? QStringLiteral("ended, exit code %1").arg(exitCode)
+                                 : QStringLiteral("did not run to its end: %1").arg(failure);
+    return QStringLiteral("dcp30ctl %1\n--- stdout\n%2--- stderr\n%3").arg(how, out, err);
 }
 
 ToolRun runTool(const QStringList& arguments, int waitPercent, const QString& cue,
@@ -75,12 +103,17 @@ ToolRun runTool(const QStringList& arguments, int waitPercent, const QString& cu
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     env.remove(QStringLiteral("DCP30_WAIT_PERCENT"));
     if (waitPercent > 0)
-        env.insert(QStringLiteral("DCP30_WAIT_PERCENT"), QString::number(waitPercent));
+        env.insert(QStringLiteral("DCP30_WAIT_PERCENT"),
+                   QString::number(waitPercentHere(waitPercent)));
     QProcess process;
     process.setProcessEnvironment(env);
-    process.start(toolPath(), arguments);
+    startProgram(process, toolPath(), arguments);
 
     ToolRun run;
+    if (!process.waitForStarted(10000)) {
+        run.failure = process.errorString();
+        return run;
+    }
     QElapsedTimer clock;
     clock.start();
     while (!cue.isEmpty() && process.waitForStarted(10000) && clock.elapsed() < 60000) {
@@ -93,6 +126,8 @@ ToolRun runTool(const QStringList& arguments, int waitPercent, const QString& cu
     }
     run.finished = process.waitForFinished(int(qMax<qint64>(1, 60000 - clock.elapsed()))) &&
                    process.exitStatus() == QProcess::NormalExit;
+    if (!run.finished)
+        run.failure = process.errorString();
     run.exitCode = process.exitCode();
     run.out = QString::fromLocal8Bit(process.readAllStandardOutput());
     run.err += QString::fromLocal8Bit(process.readAllStandardError());

@@ -38,8 +38,9 @@ private:
 };
 
 struct ToolRun {
-    bool finished = false; // false: crashed or killed after the time limit
+    bool finished = false; // false: did not start, crashed, or killed after the time limit
     int exitCode = -1;
+    QString failure; // when not finished: QProcess's account of what happened
     QString out;
     QString err;
     bool ok(int code) const { return finished && exitCode == code; }
@@ -47,8 +48,8 @@ struct ToolRun {
 };
 
 // Runs dcp30ctl headless to its end (killed after 60 s), waitPercent (0 =
-// unset) as DCP30_WAIT_PERCENT. Once its stderr holds cue, whileRunning runs
-// with the tool's process id.
+// unset) as DCP30_WAIT_PERCENT, tripled under an emulator (at most 100).
+// Once its stderr holds cue, whileRunning runs with the tool's process id.
 ToolRun runTool(const QStringList& arguments, int waitPercent = 0, const QString& cue = QString(),
                 const std::function<void(qint64 pid)>& whileRunning = {});
 
