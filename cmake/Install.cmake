@@ -17,7 +17,9 @@ set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 install(TARGETS dcp30ctl dcp30-sim RUNTIME DESTINATION bin)
 install(TARGETS dcp30 sdc35 LIBRARY DESTINATION ${DCP_LIBRARY_DIR})
 set_target_properties(dcp30ctl dcp30-sim PROPERTIES INSTALL_RPATH "$ORIGIN/../${DCP_LIBRARY_DIR}")
-set_target_properties(dcp30 sdc35 PROPERTIES INSTALL_RPATH "$ORIGIN")
+# The plug-in needs nothing beside it (Qt comes from the system) and ships
+# without a run path; the stand-in companion the same.
+set_target_properties(sdc35 PROPERTIES INSTALL_RPATH "")
 install(FILES ${PROJECT_SOURCE_DIR}/tools/dcp30ctl/dcp30ctl.bash-completion
         DESTINATION share/bash-completion/completions RENAME dcp30ctl)
 
