@@ -11,7 +11,8 @@ JOBS=${JOBS:-2}
 PACKAGES=(build-essential cmake ccache pkg-config python3 fonts-dejavu-core
           qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite
           libqt5serialport5-dev libqt5svg5-dev
-          clang-14 libclang-rt-14-dev)
+          clang-14 libclang-rt-14-dev
+          python3-pandas)
 
 install_missing() {
     local missing=()
