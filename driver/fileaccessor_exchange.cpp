@@ -1,14 +1,12 @@
 // The controller exchange of the FileAccessor worker: command templates, one
 // command on the line, the close command and the status messages. Framing,
 // reply checks and the message table live in ControllerFrames; this file
-// adds the port, the wait and the worker's buffer.
+// adds the port and the worker's buffer; the wait is fileaccessor_reply.cpp.
 #include "driver/abstractdeviceinterface.h"
 #include "driver/fileaccessor.h"
 #include "driver/logging.h"
 
 #include <QVariant>
-
-#include <cstring>
 
 using ControllerFrames::Command;
 
@@ -75,14 +73,10 @@ FileAccessor::ExchangeResult FileAccessor::exchange(Command command, int program
         return result;
     }
 
-    if (!pause(int(ControllerFrames::waitMs(command)))) {
+    if (!awaitReply(command)) {
         result.outcome = ExchangeOutcome::Aborted;
         return result;
     }
-
-    std::memset(replyBuffer, 0, sizeof replyBuffer);
-    if (AbstractDeviceInterface* reader = port())
-        reader->readBytes(replyBuffer, ControllerFrames::readLimit(command));
     result.text = ControllerFrames::replyText(replyBuffer, int(sizeof replyBuffer));
     qCDebug(dcp30Wire) << "received" << result.text.toLatin1().toHex(' ');
 

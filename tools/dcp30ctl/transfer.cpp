@@ -340,6 +340,9 @@ const char CommonUsage[] =
     "  --companion PATH    the companion driver library (default ../lib/libsdc35.so\n"
     "                      beside this program)\n"
     "  --verbose           say more (plug-in, port, controller parameters)\n"
+    "  --paced             line-paced transfer: the driver reads each reply as soon as\n"
+    "                      it is complete (the fixed wait stays the limit) and keeps\n"
+    "                      5 ms of quiet line before the next command\n"
     "\n"
     "Progress goes to stderr (a bar on a terminal, \"progress P%\" lines otherwise),\n"
     "with every message of the driver (\"DCP30: ...\"). When the driver raises its\n"
@@ -391,8 +394,9 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
     const QCommandLineOption companion(QStringLiteral("companion"), QString(),
                                        QStringLiteral("PATH"));
     const QCommandLineOption verbose(QStringLiteral("verbose"));
+    const QCommandLineOption paced(QStringLiteral("paced"));
     parser.addOptions({port, program, segments, usb, sd, storage, retries, settings, clamp, pollMs,
-                       timeout, plugin, companion, verbose});
+                       timeout, plugin, companion, verbose, paced});
     if (!parser.parse(QStringList{QStringLiteral("dcp30ctl")} + args)) {
         *error = parser.errorText();
         return 2;
@@ -418,6 +422,8 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
     TransferRequest r;
     r.direction = direction;
     r.verbose = parser.isSet(verbose);
+    // About four character times at 9600 baud.
+    r.session.pacedGuardMs = parser.isSet(paced) ? 5 : -1;
     // The panel clamps what a screen writes; a person typing a number more
     // likely mistyped it, and a write into the wrong program overwrites it.
     auto ranged = [&](const QCommandLineOption& option, const char* what, int max,
