@@ -92,10 +92,14 @@ int main(int argc, char** argv)
     const QCommandLineOption stdinEof(QStringLiteral("exit-on-stdin-eof"),
                                       QStringLiteral("Exit when stdin closes (for test "
                                                      "harnesses)."));
+    const QCommandLineOption paceRequests(
+        QStringLiteral("pace-requests"),
+        QStringLiteral("Answer a request only once its bytes would have arrived at the baud "
+                       "rate (a pseudo-terminal delivers them at once)."));
     const QCommandLineOption verbose(QStringLiteral("verbose"),
                                      QStringLiteral("Dump the wire traffic on stderr."));
     parser.addOptions({link, baud, turnaround, programs, saveOnExit, spLimits, eventKinds, fault,
-                       openTimeout, stdinEof, verbose});
+                       openTimeout, stdinEof, paceRequests, verbose});
     parser.process(app);
     if (!parser.positionalArguments().isEmpty())
         return usageError(QStringLiteral("unexpected argument %1")
@@ -105,6 +109,7 @@ int main(int argc, char** argv)
     FrontEndOptions options;
     options.linkPath = parser.value(link);
     options.exitOnStdinEof = parser.isSet(stdinEof);
+    options.paceRequests = parser.isSet(paceRequests);
     bool ok = false;
     options.baud = parser.value(baud).toInt(&ok);
     if (!ok || options.baud < 0)

@@ -13,6 +13,10 @@ struct FrontEndOptions {
     int turnaroundMs = 5;  // silence between a request's end and its reply
     int openTimeoutMs = 0; // close a file left open this long without traffic; 0: never
     bool exitOnStdinEof = false;
+    // A pseudo-terminal delivers a request at once; with this set a reply
+    // waits as long as the request's bytes would have taken at the baud
+    // rate, as on a half-duplex line.
+    bool paceRequests = false;
 };
 
 // The simulator's line: a pseudo-terminal whose slave side a serial port
@@ -41,6 +45,7 @@ private:
         qint64 dueNs;
         char byte;
     };
+    qint64 byteNs() const;
     void schedule(const EngineReply& reply, qint64 nowNs);
     bool writeDue(qint64 nowNs);
 
@@ -53,6 +58,7 @@ private:
     std::deque<Outgoing> outgoing;
     qint64 lineFreeNs = 0;
     qint64 lastTrafficNs = 0;
+    qint64 requestBytes = 0; // received since the last reply was scheduled
 };
 
 #endif
