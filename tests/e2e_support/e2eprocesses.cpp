@@ -7,8 +7,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 
-#include <sys/resource.h>
-
 namespace E2e
 {
 
@@ -20,13 +18,6 @@ static QString binary(const char* name)
 QString toolPath()
 {
     return binary("dcp30ctl");
-}
-
-void UrgentProcess::setupChildProcess()
-{
-    // Between fork and exec: every thread of the child inherits it.
-    const int ignored = setpriority(PRIO_PROCESS, 0, -10);
-    (void)ignored;
 }
 
 Simulator::Simulator(const QStringList& arguments)
@@ -69,7 +60,7 @@ ToolRun runTool(const QStringList& arguments, int waitPercent, const QString& cu
     env.remove(QStringLiteral("DCP30_WAIT_PERCENT"));
     if (waitPercent > 0)
         env.insert(QStringLiteral("DCP30_WAIT_PERCENT"), QString::number(waitPercent));
-    UrgentProcess process;
+    QProcess process;
     process.setProcessEnvironment(env);
     process.start(toolPath(), arguments);
 

@@ -16,17 +16,6 @@ namespace E2e
 
 QString toolPath();
 
-// A child process that runs ahead of whatever else loads the machine, where
-// the test may raise priorities (root or CAP_SYS_NICE; elsewhere it keeps
-// the test's own): the suites check the transfer's timing against the
-// driver's fixed waits, and a starved simulator or tool would answer late
-// for reasons that are not the driver's.
-class UrgentProcess : public QProcess
-{
-protected:
-    void setupChildProcess() override;
-};
-
 // dcp30-sim on a fresh pseudo-terminal; it ends when the test process does.
 class Simulator
 {
@@ -42,7 +31,7 @@ public:
     bool stop();
 
 private:
-    UrgentProcess process;
+    QProcess process;
     QString devicePath;
 };
 
