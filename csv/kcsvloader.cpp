@@ -1,6 +1,7 @@
 #include "csv/kcsvloader.h"
 
 #include "common/durablefile.h"
+#include "csv/kcsvtextreader.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -92,41 +93,6 @@ struct Span {
     int begin = 0;
     int end = 0;
     int size() const { return end - begin; }
-};
-
-// The lines of the decoded text as QTextStream::readLine returns them: a line
-// feed ends a line, a carriage return right before it (or at the very end of
-// the text) is dropped, and a final line feed does not start another line.
-class Lines
-{
-public:
-    explicit Lines(const QString& text) : m_data(text.constData()), m_size(text.size()) {}
-
-    const QChar* data() const { return m_data; }
-    int size() const { return m_size; }
-    int count() const
-    {
-        if (m_size == 0)
-            return 0;
-        return countChar(m_data, m_size, QLatin1Char('\n')) +
-               (m_data[m_size - 1] != QLatin1Char('\n') ? 1 : 0);
-    }
-    // The line that starts at pos (< size()); *next is where the following
-    // line would start (size() when there is none).
-    Span line(int pos, int* next) const
-    {
-        int e = pos;
-        while (e < m_size && m_data[e] != QLatin1Char('\n'))
-            ++e;
-        *next = e < m_size ? e + 1 : m_size;
-        if (e > pos && m_data[e - 1] == QLatin1Char('\r'))
-            --e;
-        return {pos, e};
-    }
-
-private:
-    const QChar* m_data;
-    int m_size;
 };
 
 // The pieces of one line split at a separator, exactly as QString::split
@@ -497,10 +463,10 @@ bool KCSVLoader::openFile(const QString& fileNameIn)
         }
     }
 
-    // In text mode the stream drops every carriage return after decoding
+    // In text mode every carriage return is dropped after decoding
     // (character-wise, so UTF-16 stays intact): CR LF line ends and stray CRs
-    // alike. Devices and files too large to hold in memory count as
-    // unopenable.
+    // alike. Devices and files too large for their table to fit in memory
+    // count as unopenable.
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text) || file.isSequential() ||
         file.size() > kcsv::kMaxFileBytes) {
@@ -509,10 +475,15 @@ bool KCSVLoader::openFile(const QString& fileNameIn)
     }
     settings.setValue(DEFAULT_DIR_KEY, QFileInfo(fileName).path());
 
-    QTextStream stream(&file);
-    if (m_codec)
-        stream.setCodec(m_codec);
-    loadFile(stream, m_errors, m_warnings);
+    // Program files take the short way: their bytes are the characters.
+    if (std::unique_ptr<kcsv::TextSource> source = kcsv::utf16LeFileSource(file, m_codec)) {
+        loadText(*source, m_errors, m_warnings);
+    } else {
+        QTextStream stream(&file);
+        if (m_codec)
+            stream.setCodec(m_codec);
+        loadFile(stream, m_errors, m_warnings);
+    }
 
     if (!m_errors.isEmpty()) {
         if (gui) {
@@ -530,23 +501,28 @@ bool KCSVLoader::openFile(const QString& fileNameIn)
 
 void KCSVLoader::loadFile(QTextStream& stream, QStringList& errors, QStringList& warnings)
 {
-    // The text is decoded once and scanned in place; rows and cells are cut
-    // straight out of it without per-line strings or split lists.
-    const QString text = stream.readAll();
-    const Lines lines(text);
-    const int lineCount = lines.count();
-    if (lineCount < 2) {
+    loadText(*kcsv::streamSource(stream), errors, warnings);
+}
+
+void KCSVLoader::loadText(kcsv::TextSource& source, QStringList& errors, QStringList& warnings)
+{
+    // One pass over the text, a line at a time; rows and cells are cut
+    // straight out of the line without per-line strings or split lists.
+    kcsv::LineReader lines(source);
+    if (!lines.hasTwoLines()) {
         errors << tr("No content found in the imported file.");
         return;
     }
-    emit updateStatus(QStringLiteral("total lines"), lineCount);
+    // Counting the lines costs a second pass; only a listener needs them.
+    const bool reportProgress =
+        isSignalConnected(QMetaMethod::fromSignal(&KCSVInterface::updateStatus));
+    if (reportProgress)
+        emit updateStatus(QStringLiteral("total lines"), source.totals().lines);
     m_content.clear();
 
-    const QChar* data = lines.data();
-    int pos = 0;
-    int next = 0;
-    const Span first = lines.line(0, &next);
-    const QString firstLine(data + first.begin, first.size());
+    QStringView line;
+    lines.next(&line);
+    const QString firstLine = line.toString();
 
     QString delim = delimiter();
     int width = countPieces(firstLine, delim);
@@ -558,62 +534,66 @@ void KCSVLoader::loadFile(QTextStream& stream, QStringList& errors, QStringList&
         width = countPieces(firstLine, delim);
 
     // Padding short rows to a very wide header would grow memory with rows
-    // times columns; past a budget proportional to the file the load stops
-    // with a format error at that line instead of exhausting memory.
-    qint64 paddingBudget = 16 * qint64(text.size()) + (1 << 20);
+    // times columns; past a budget proportional to the text the load stops
+    // with a format error at that line instead of exhausting memory. The
+    // text's length is only counted once the part read so far no longer
+    // covers the padding.
+    qint64 padding = 0;
+    qint64 textChars = -1;
+    auto budget = [](qint64 chars) { return 16 * chars + (1 << 20); };
+    auto overBudget = [&]() {
+        if (padding <= budget(lines.charsRead()))
+            return false;
+        if (textChars < 0)
+            textChars = source.totals().chars;
+        return padding > budget(textChars);
+    };
 
     static const SmallCells smallCells;
     const QString currentLine = QStringLiteral("current line");
-    const bool reportProgress =
-        isSignalConnected(QMetaMethod::fromSignal(&KCSVInterface::updateStatus));
     QString scratch;
-    m_content.reserve(lineCount);
 
     int i = 0;
-    while (pos < lines.size()) {
-        Span line = lines.line(pos, &next);
-        if (line.size() == 0) {
-            pos = next;
+    for (bool more = true; more; more = lines.next(&line)) {
+        if (line.isEmpty()) {
             ++i;
             continue;
         }
         QStringList row;
-        row.reserve(qMin(width, line.size() + 1));
-        Pieces pieces(data, line, delim);
+        row.reserve(qMin(width, int(line.size()) + 1));
+        Pieces pieces(line.data(), {0, int(line.size())}, delim);
         Span piece;
         while (pieces.next(&piece)) {
-            if (piece.size() == 0 || data[piece.begin] != QLatin1Char('"')) {
-                row.append(smallCells.make(data + piece.begin, piece.size()));
+            if (piece.size() == 0 || line.at(piece.begin) != QLatin1Char('"')) {
+                row.append(smallCells.make(line.data() + piece.begin, piece.size()));
                 continue;
             }
             QuotedCell cell(scratch);
-            cell.append(data + piece.begin, piece.size());
+            cell.append(line.data() + piece.begin, piece.size());
             while (!cell.complete()) {
                 if (pieces.next(&piece)) {
                     cell.append(delim.constData(), delim.size());
-                    cell.append(data + piece.begin, piece.size());
+                    cell.append(line.data() + piece.begin, piece.size());
                     continue;
                 }
-                if (next >= lines.size()) {
+                if (!lines.next(&line)) {
                     errors << tr("Format error at line %1").arg(i + 2);
                     return;
                 }
-                pos = next;
                 ++i;
-                line = lines.line(pos, &next);
-                pieces = Pieces(data, line, delim);
+                pieces = Pieces(line.data(), {0, int(line.size())}, delim);
                 pieces.next(&piece);
                 const QChar lineFeed(QLatin1Char('\n'));
                 cell.append(&lineFeed, 1);
-                cell.append(data + piece.begin, piece.size());
+                cell.append(line.data() + piece.begin, piece.size());
             }
             row.append(cell.text());
         }
 
         if (i != 0 && row.size() < width) {
             const int missing = width - row.size();
-            paddingBudget -= missing;
-            if (paddingBudget < 0) {
+            padding += missing;
+            if (overBudget()) {
                 errors << tr("Format error at line %1").arg(i + 1);
                 return;
             }
@@ -628,7 +608,6 @@ void KCSVLoader::loadFile(QTextStream& stream, QStringList& errors, QStringList&
                 << tr("Line %1 is %2 columns more of header.").arg(i + 1).arg(row.size() - width);
         }
         m_content.append(row);
-        pos = next;
         ++i;
         if (reportProgress)
             emit updateStatus(currentLine, i);

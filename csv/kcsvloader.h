@@ -18,6 +18,11 @@ class QTextCodec;
 class QTextStream;
 class QWidget;
 
+namespace kcsv
+{
+class TextSource;
+}
+
 class KCSVInterface : public QObject
 {
     Q_OBJECT
@@ -125,6 +130,10 @@ protected:
     bool m_delimiterDetected;
     QStringList m_errors;
     QStringList m_warnings;
+
+private:
+    // The parser over any text: the file's own bytes or a stream.
+    void loadText(kcsv::TextSource& source, QStringList& errors, QStringList& warnings);
 };
 
 namespace kcsv
@@ -139,8 +148,8 @@ QString quoteCell(const QString& cell, const QString& delimiter);
 // most 22 entries, followed by "...." once the list reaches 22.
 QString errorReport(const QStringList& errors);
 
-// Files larger than this are refused as unopenable: the whole text is held
-// in memory, and so is a table several times its size.
+// Files larger than this are refused as unopenable: the table they load
+// into takes several times their size in memory.
 constexpr qint64 kMaxFileBytes = qint64(256) * 1024 * 1024;
 
 } // namespace kcsv

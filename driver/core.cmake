@@ -8,6 +8,7 @@ add_library(dcp30core OBJECT
     ${CMAKE_CURRENT_LIST_DIR}/fileaccessor_codec.cpp
     ${CMAKE_CURRENT_LIST_DIR}/fileaccessor_exchange.cpp
     ${CMAKE_CURRENT_LIST_DIR}/fileaccessor_read.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/fileaccessor_reply.cpp
     ${CMAKE_CURRENT_LIST_DIR}/fileaccessor_write.cpp
     ${CMAKE_CURRENT_LIST_DIR}/logging.cpp
 )

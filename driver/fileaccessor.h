@@ -62,6 +62,11 @@ public:
 
     static constexpr int PauseSliceMs = 10;
 
+    // Application property that turns line pacing on: its value is the
+    // guard gap in ms (0..1000) kept before the next command. Unset, the
+    // exchange keeps the fixed waits.
+    static constexpr const char* LinePacingProperty = "DCP30LinePacing";
+
     // Queued calls reach the worker through Qt's post-event queue, whose
     // locking ThreadSanitizer cannot see. Whoever posts to the worker calls
     // beforePosting() first, and event() picks the hand-over up, so that
@@ -160,8 +165,8 @@ private:
     // Whether an exchange gives way to an abort. Only the one close sent
     // while the driver is being taken down does not.
     enum class OnAbort { GiveUp, CarryOn };
-    // One command on the line: option 12 with 0, send, the fixed wait,
-    // zeroed buffer, one bounded read, header and status check. Sends
+    // One command on the line: option 12 with 0, send, the reply (see
+    // awaitReply), header and status check. Sends
     // nothing once an abort is requested; an abort during the wait ends it
     // without reading. Each step takes the port pointer current at that step.
     // Keeps openProgram up to date.
@@ -172,6 +177,13 @@ private:
     ExchangeResult reportedExchange(ControllerFrames::Command command, int programID, int segment,
                                     const QString& record, QStringList& errorList,
                                     const QString& sendFailure, const QString& headerFailure);
+    // Fills replyBuffer with the command's reply: after the fixed wait, or,
+    // line-paced, as soon as the frame is complete (the fixed wait still the
+    // limit), followed by the guard gap. False when an abort came first.
+    // Not abortable: the take-down's close waits its time out.
+    bool awaitReply(ControllerFrames::Command command, bool abortable = true);
+    // The guard gap that LinePacingProperty asks for, or -1 (fixed waits).
+    static int linePacingFromApplication();
     QString& commandTemplate(ControllerFrames::Command command);
     // The open command of both workflows, filed like reportedExchange. An
     // open refused with status 50 as the first exchange of a transfer gets
@@ -281,6 +293,7 @@ private:
 
     std::atomic<bool> abortFlag{false};
     int waitScalePercent = 100;
+    const int pacedGuardMs = linePacingFromApplication();
 };
 
 #endif

@@ -1,15 +1,13 @@
 // The controller exchange of the FileAccessor worker: command templates, one
 // command on the line, the close command and the status messages. Framing,
 // reply checks and the message table live in ControllerFrames; this file
-// adds the port, the wait and the worker's buffer.
+// adds the port and the worker's buffer; the wait is fileaccessor_reply.cpp.
 #include "driver/abstractdeviceinterface.h"
 #include "driver/fileaccessor.h"
 #include "driver/logging.h"
 
 #include <QThread>
 #include <QVariant>
-
-#include <cstring>
 
 using ControllerFrames::Command;
 
@@ -83,17 +81,10 @@ FileAccessor::ExchangeResult FileAccessor::exchange(Command command, int program
         return result;
     }
 
-    const int waitMs = int(ControllerFrames::waitMs(command));
-    if (!giveUp) {
-        QThread::msleep(static_cast<unsigned long>(scaledWaitMs(waitMs)));
-    } else if (!pause(waitMs)) {
+    if (!awaitReply(command, giveUp)) {
         result.outcome = ExchangeOutcome::Aborted;
         return result;
     }
-
-    std::memset(replyBuffer, 0, sizeof replyBuffer);
-    if (AbstractDeviceInterface* reader = port())
-        reader->readBytes(replyBuffer, ControllerFrames::readLimit(command));
     result.text = ControllerFrames::replyText(replyBuffer, int(sizeof replyBuffer));
     qCDebug(dcp30Wire) << "received" << result.text.toLatin1().toHex(' ');
 

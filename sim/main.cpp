@@ -180,12 +180,16 @@ int main(int argc, char** argv)
                                       QStringLiteral("Append the text of every request frame "
                                                      "heard on the line to <file>, one per line."),
                                       QStringLiteral("file"));
+    const QCommandLineOption paceRequests(
+        QStringLiteral("pace-requests"),
+        QStringLiteral("Answer a request only once its bytes would have arrived at the baud "
+                       "rate (a pseudo-terminal delivers them at once)."));
     const QCommandLineOption verbose(
         QStringLiteral("verbose"),
         QStringLiteral("Trace every frame on stderr, both directions, with the time and its "
                        "meaning (the logging category dcp.sim.wire)."));
     parser.addOptions({link, baud, turnaround, programs, saveOnExit, load, dump, spLimits,
-                       eventKinds, fault, openTimeout, stdinEof, frameLog, verbose});
+                       eventKinds, fault, openTimeout, stdinEof, frameLog, paceRequests, verbose});
     parser.process(app);
     if (!parser.positionalArguments().isEmpty())
         return usageError(QStringLiteral("unexpected argument %1")
@@ -195,6 +199,7 @@ int main(int argc, char** argv)
     FrontEndOptions options;
     options.linkPath = parser.value(link);
     options.exitOnStdinEof = parser.isSet(stdinEof);
+    options.paceRequests = parser.isSet(paceRequests);
     bool ok = false;
     options.baud = parser.value(baud).toInt(&ok);
     if (!ok || options.baud < 0)

@@ -98,13 +98,17 @@ void PtyFrontEnd::reportProgramsChanged()
     programsChanged = false;
 }
 
+qint64 PtyFrontEnd::byteNs() const
+{
+    return options.baud > 0 ? qint64(11) * 1000000000 / options.baud : 0;
+}
+
 void PtyFrontEnd::schedule(const EngineReply& reply, qint64 nowNs)
 {
-    const qint64 byteNs = options.baud > 0 ? qint64(11) * 1000000000 / options.baud : 0;
     qint64 due = qMax(lineFreeNs, nowNs + qint64(options.turnaroundMs + reply.delayMs) * 1000000);
     for (char byte : reply.bytes) {
         outgoing.push_back({due, byte});
-        due += byteNs;
+        due += byteNs();
     }
     lineFreeNs = due;
 }
@@ -189,9 +193,15 @@ int PtyFrontEnd::run()
                 const QByteArray bytes(buffer, int(n));
                 trace.received(bytes);
                 lastTrafficNs = monotonicNs();
+                requestBytes += n;
+                const qint64 arrivalNs =
+                    lastTrafficNs + (options.paceRequests ? requestBytes * byteNs() : 0);
                 const ProgramStore before = engine.programs();
-                for (const EngineReply& reply : engine.feedReplies(bytes))
-                    schedule(reply, lastTrafficNs);
+                const QList<EngineReply> replies = engine.feedReplies(bytes);
+                for (const EngineReply& reply : replies)
+                    schedule(reply, arrivalNs);
+                if (!replies.isEmpty())
+                    requestBytes = 0;
                 programsChanged = programsChanged || !(engine.programs() == before);
             }
         }

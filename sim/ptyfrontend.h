@@ -21,6 +21,10 @@ struct FrontEndOptions {
     // Called after a request has changed the program store (a segment
     // written), once its reply has gone out, and on stopping if still due.
     std::function<void()> onProgramsChanged;
+    // A pseudo-terminal delivers a request at once; with this set a reply
+    // waits as long as the request's bytes would have taken at the baud
+    // rate, as on a half-duplex line.
+    bool paceRequests = false;
 };
 
 // The simulator's line: a pseudo-terminal whose slave side a serial port
@@ -49,6 +53,7 @@ private:
         qint64 dueNs;
         char byte;
     };
+    qint64 byteNs() const;
     void schedule(const EngineReply& reply, qint64 nowNs);
     bool writeDue(qint64 nowNs);
     void reportProgramsChanged();
@@ -65,6 +70,7 @@ private:
     QByteArray stdinText; // an unfinished control line
     WireTrace trace;
     bool programsChanged = false;
+    qint64 requestBytes = 0; // received since the last reply was scheduled
 };
 
 #endif

@@ -1,15 +1,23 @@
 // Loads and saves a 100 MB program-like table with the CSV classes and with
-// Python 3's csv module, and prints time and peak memory of each.
+// two peers, Python 3's csv module and pandas (all cells as text), and prints
+// CPU time (user + system), page faults, wall time and peak memory of each.
 //
 // Every measurement runs in a child process of its own (this binary with
 // --load/--save, or python3), so the peak resident size it reports is that
 // of the operation alone, not of the generator or of an earlier measurement.
+// The runs of ours and of the peers take turns, so that a slow spell of the
+// machine hits all of them; the figures are medians. Wall time on a virtual
+// machine mostly measures the machine (the first touch of a fresh page is
+// dear), so the ratios are of CPU time, with the wall ratios beside them.
+// A load also runs a second time in the same process: the warm figure is
+// the parse without the first-touch page faults.
 
 #include "csv/kcsvloader.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -20,31 +28,55 @@
 #include <algorithm>
 #include <cstdio>
 #include <random>
+#include <vector>
 
 namespace
 {
 
 const int kRows = 400000;
-const int kRuns = 2;
+const int kRuns = 5;
 
+// Each mode prints "result WALL CPU FAULTS PEAK_KB ROWS WARM_WALL WARM_CPU"
+// (warm figures 0 where there is no second load).
 const char* const kPython = R"PY(
 import csv, resource, sys, time
 mode, path = sys.argv[1], sys.argv[2]
+def usage():
+    r = resource.getrusage(resource.RUSAGE_SELF)
+    return time.perf_counter(), r.ru_utime + r.ru_stime, r.ru_minflt + r.ru_majflt
 def read():
     with open(path, encoding='utf-16', newline='') as f:
         return list(csv.reader(f, delimiter='\t'))
-if mode == 'load':
-    t = time.perf_counter()
+def read_pandas():
+    import pandas
+    frame = pandas.read_csv(path, encoding='utf-16', sep='\t', dtype=str, keep_default_na=False)
+    return len(frame) + 1
+def measure(work):
+    w0, c0, f0 = usage()
+    result = work()
+    w1, c1, f1 = usage()
+    return result, w1 - w0, c1 - c0, f1 - f0
+if mode == 'save':
     rows = read()
-    dt = time.perf_counter() - t
+    def save():
+        with open(sys.argv[3], 'w', encoding='utf-16', newline='') as f:
+            csv.writer(f, delimiter='\t', lineterminator='\n').writerows(rows)
+    _, wall, cpu, faults = measure(save)
+    count = len(rows)
+    warm = (0, 0)
 else:
-    rows = read()
-    t = time.perf_counter()
-    with open(sys.argv[3], 'w', encoding='utf-16', newline='') as f:
-        csv.writer(f, delimiter='\t', lineterminator='\n').writerows(rows)
-    dt = time.perf_counter() - t
+    if mode == 'pandas':
+        import pandas
+        work, size = read_pandas, lambda result: result
+    else:
+        work, size = read, len
+    result, wall, cpu, faults = measure(work)
+    count = size(result)
+    del result
+    _, warm_wall, warm_cpu, _ = measure(work)
+    warm = (warm_wall, warm_cpu)
 peak = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
-print('result %.4f %d %d' % (dt, peak, len(rows)))
+print('result %.4f %.4f %d %d %d %.4f %.4f' % (wall, cpu, faults, peak, count, warm[0], warm[1]))
 )PY";
 
 long peakKb()
@@ -118,11 +150,30 @@ bool generate(const QString& path)
     return file.error() == QFileDevice::NoError;
 }
 
+// What one child process measured.
 struct Result {
-    double seconds = 1e9;
-    long peakKb = 0;
-    long rows = -1;
     bool ok = false;
+    double wall = 0;
+    double cpu = 0; // user + system
+    double faults = 0;
+    double peakKb = 0;
+    long rows = -1;
+    double warmWall = 0;
+    double warmCpu = 0;
+};
+
+// CPU time and page faults of this process so far.
+struct Usage {
+    double cpu = 0;
+    double faults = 0;
+    static Usage now()
+    {
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        auto seconds = [](const timeval& t) { return t.tv_sec + t.tv_usec / 1e6; };
+        return {seconds(usage.ru_utime) + seconds(usage.ru_stime),
+                double(usage.ru_minflt + usage.ru_majflt)};
+    }
 };
 
 Result run(const QString& program, const QStringList& args, const QString& configDir)
@@ -141,30 +192,54 @@ Result run(const QString& program, const QStringList& args, const QString& confi
                                   .filter(QStringLiteral("result "))
                                   .value(0)
                                   .split(QLatin1Char(' '));
-    if (words.size() != 4)
+    if (words.size() != 8)
         return result;
-    result.seconds = words.at(1).toDouble();
-    result.peakKb = words.at(2).toLong();
-    result.rows = words.at(3).toLong();
+    result.wall = words.at(1).toDouble();
+    result.cpu = words.at(2).toDouble();
+    result.faults = words.at(3).toDouble();
+    result.peakKb = words.at(4).toDouble();
+    result.rows = words.at(5).toLong();
+    result.warmWall = words.at(6).toDouble();
+    result.warmCpu = words.at(7).toDouble();
     result.ok = true;
     return result;
 }
 
-// Best time of the runs; the largest peak, so a lucky run cannot flatter.
-Result measure(const QString& program, const QStringList& args, const QString& configDir)
-{
-    Result best;
-    for (int k = 0; k < kRuns; ++k) {
-        const Result r = run(program, args, configDir);
-        if (!r.ok)
-            return r;
-        best.ok = true;
-        best.rows = r.rows;
-        best.seconds = std::min(best.seconds, r.seconds);
-        best.peakKb = std::max(best.peakKb, r.peakKb);
+// One contestant: how to start it, and what its runs measured.
+struct Contestant {
+    const char* name;
+    QString program;
+    QStringList args;
+    std::vector<Result> runs;
+
+    double median(double Result::*field) const
+    {
+        std::vector<double> values;
+        for (const Result& r : runs)
+            values.push_back(r.*field);
+        std::sort(values.begin(), values.end());
+        const size_t n = values.size();
+        return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
     }
-    return best;
-}
+    // The largest peak of the runs, so that a lucky run cannot flatter.
+    double peakKb() const
+    {
+        double peak = 0;
+        for (const Result& r : runs)
+            peak = std::max(peak, r.peakKb);
+        return peak;
+    }
+    void print() const
+    {
+        std::printf("%-12s cpu %.3f s  wall %.3f s  faults %.0f  peak %.1f MB  rows %ld", name,
+                    median(&Result::cpu), median(&Result::wall), median(&Result::faults),
+                    peakKb() / 1024.0, runs.front().rows);
+        if (median(&Result::warmWall) > 0)
+            std::printf("  warm cpu %.3f s wall %.3f s", median(&Result::warmCpu),
+                        median(&Result::warmWall));
+        std::printf("\n");
+    }
+};
 
 bool sameBytes(const QString& a, const QString& b)
 {
@@ -179,18 +254,39 @@ bool sameBytes(const QString& a, const QString& b)
     return true;
 }
 
+void printResult(double wall, double cpu, double faults, long rows, double warmWall, double warmCpu)
+{
+    std::printf("result %.4f %.4f %.0f %ld %ld %.4f %.4f\n", wall, cpu, faults, peakKb(), rows,
+                warmWall, warmCpu);
+}
+
+// Loads the file, then again once the first table is gone.
 int childLoad(const QString& path)
 {
-    KCSVLoader loader(nullptr);
-    QElapsedTimer timer;
-    timer.start();
-    const bool ok = loader.openFile(path);
-    const QList<QStringList> rows = loader.fileContent();
-    const double seconds = timer.nsecsElapsed() / 1e9;
-    if (!ok)
-        std::fprintf(stderr, "load failed: %s\n",
-                     qPrintable(loader.errorMessageList().join(QLatin1Char('\n'))));
-    std::printf("result %.4f %ld %d\n", seconds, peakKb(), int(rows.size()));
+    double wall[2] = {};
+    double cpu[2] = {};
+    double faults = 0;
+    long rows = 0;
+    bool ok = true;
+    for (int pass = 0; pass < 2; ++pass) {
+        KCSVLoader loader(nullptr);
+        const Usage before = Usage::now();
+        QElapsedTimer timer;
+        timer.start();
+        ok = loader.openFile(path) && ok;
+        const QList<QStringList> table = loader.fileContent();
+        wall[pass] = timer.nsecsElapsed() / 1e9;
+        const Usage after = Usage::now();
+        cpu[pass] = after.cpu - before.cpu;
+        if (pass == 0) {
+            faults = after.faults - before.faults;
+            rows = table.size();
+        }
+        if (!ok)
+            std::fprintf(stderr, "load failed: %s\n",
+                         qPrintable(loader.errorMessageList().join(QLatin1Char('\n'))));
+    }
+    printResult(wall[0], cpu[0], faults, rows, wall[1], cpu[1]);
     return ok ? 0 : 1;
 }
 
@@ -203,17 +299,27 @@ int childSave(const QString& path, const QString& out)
         rows = loader.fileContent();
     }
     KCSVSaver saver(nullptr);
+    const Usage before = Usage::now();
     QElapsedTimer timer;
     timer.start();
     const bool ok = saver.saveFile(rows, out);
-    const double seconds = timer.nsecsElapsed() / 1e9;
-    std::printf("result %.4f %ld %d\n", seconds, peakKb(), int(rows.size()));
+    const double wall = timer.nsecsElapsed() / 1e9;
+    const Usage after = Usage::now();
+    printResult(wall, after.cpu - before.cpu, after.faults - before.faults, rows.size(), 0, 0);
     return ok ? 0 : 1;
 }
 
 void figure(const char* name, double value)
 {
     std::printf("figure %s %.3f\n", name, value);
+}
+
+// Debian's interpreter carries python3-pandas; another one first on the
+// PATH (pyenv, say) may not.
+QString pythonProgram()
+{
+    const QString debian = QStringLiteral("/usr/bin/python3");
+    return QFileInfo(debian).isExecutable() ? debian : QStringLiteral("python3");
 }
 
 } // namespace
@@ -237,7 +343,7 @@ int main(int argc, char** argv)
     const QString theirs = dir.filePath(QStringLiteral("saved_py.txt"));
     const QString config = dir.filePath(QStringLiteral("config"));
     const QString self = QCoreApplication::applicationFilePath();
-    const QString python = QStringLiteral("python3");
+    const QString python = pythonProgram();
     const QString script = QString::fromUtf8(kPython);
 
     QElapsedTimer timer;
@@ -251,36 +357,61 @@ int main(int argc, char** argv)
                 timer.nsecsElapsed() / 1e9);
     std::fflush(stdout);
 
-    const Result load = measure(self, {QStringLiteral("--load"), table}, config);
-    const Result pyLoad = measure(python, {QStringLiteral("-c"), script, "load", table}, config);
-    const Result save = measure(self, {QStringLiteral("--save"), table, ours}, config);
-    const Result pySave =
-        measure(python, {QStringLiteral("-c"), script, "save", table, theirs}, config);
-    if (!load.ok || !pyLoad.ok || !save.ok || !pySave.ok) {
-        std::fprintf(stderr, "a measurement failed\n");
-        return 1;
+    const QString c = QStringLiteral("-c");
+    Contestant load{"load ours", self, {QStringLiteral("--load"), table}, {}};
+    Contestant pyLoad{"load csv", python, {c, script, QStringLiteral("load"), table}, {}};
+    Contestant pandasLoad{"load pandas", python, {c, script, QStringLiteral("pandas"), table}, {}};
+    Contestant save{"save ours", self, {QStringLiteral("--save"), table, ours}, {}};
+    Contestant pySave{"save csv", python, {c, script, QStringLiteral("save"), table, theirs}, {}};
+    Contestant* const all[] = {&load, &pyLoad, &pandasLoad, &save, &pySave};
+    for (int k = 0; k < kRuns; ++k) {
+        for (Contestant* contestant : all) {
+            const Result r = run(contestant->program, contestant->args, config);
+            if (!r.ok) {
+                std::fprintf(stderr, "%s failed (%s)\n", contestant->name,
+                             qPrintable(contestant->program));
+                return 1;
+            }
+            contestant->runs.push_back(r);
+        }
     }
     const bool identical = sameBytes(table, ours);
 
-    std::printf("load  ours   %.3f s  peak %.1f MB  rows %ld\n", load.seconds, load.peakKb / 1024.0,
-                load.rows);
-    std::printf("load  python %.3f s  peak %.1f MB  rows %ld\n", pyLoad.seconds,
-                pyLoad.peakKb / 1024.0, pyLoad.rows);
-    std::printf("save  ours   %.3f s  (saved file %s the generated one)\n", save.seconds,
-                identical ? "identical to" : "DIFFERS from");
-    std::printf("save  python %.3f s\n", pySave.seconds);
-    std::printf("best of %d runs each; peaks are the largest of the runs\n", kRuns);
+    std::printf("medians of %d interleaved runs; peaks are the largest of the runs\n", kRuns);
+    for (const Contestant* contestant : all)
+        contestant->print();
+    std::printf("saved file %s the generated one\n", identical ? "identical to" : "DIFFERS from");
 
+    const double cpu = load.median(&Result::cpu);
     figure("csv_file_mb", fileMb);
-    figure("csv_load_s", load.seconds);
-    figure("csv_load_python_s", pyLoad.seconds);
-    figure("csv_load_ratio", load.seconds / pyLoad.seconds);
-    figure("csv_load_peak_mb", load.peakKb / 1024.0);
-    figure("csv_load_python_peak_mb", pyLoad.peakKb / 1024.0);
-    figure("csv_load_peak_ratio", double(load.peakKb) / pyLoad.peakKb);
-    figure("csv_save_s", save.seconds);
-    figure("csv_save_python_s", pySave.seconds);
-    figure("csv_save_ratio", save.seconds / pySave.seconds);
+    figure("csv_load_cpu_s", cpu);
+    figure("csv_load_s", load.median(&Result::wall));
+    figure("csv_load_faults", load.median(&Result::faults));
+    figure("csv_load_warm_cpu_s", load.median(&Result::warmCpu));
+    figure("csv_load_warm_s", load.median(&Result::warmWall));
+    figure("csv_load_python_cpu_s", pyLoad.median(&Result::cpu));
+    figure("csv_load_python_s", pyLoad.median(&Result::wall));
+    figure("csv_load_pandas_cpu_s", pandasLoad.median(&Result::cpu));
+    figure("csv_load_pandas_s", pandasLoad.median(&Result::wall));
+    figure("csv_load_ratio", cpu / pyLoad.median(&Result::cpu));
+    figure("csv_load_wall_ratio", load.median(&Result::wall) / pyLoad.median(&Result::wall));
+    figure("csv_load_pandas_ratio", cpu / pandasLoad.median(&Result::cpu));
+    figure("csv_load_pandas_wall_ratio",
+           load.median(&Result::wall) / pandasLoad.median(&Result::wall));
+    figure("csv_load_warm_ratio", load.median(&Result::warmCpu) / pyLoad.median(&Result::warmCpu));
+    figure("csv_load_peak_mb", load.peakKb() / 1024.0);
+    figure("csv_load_python_peak_mb", pyLoad.peakKb() / 1024.0);
+    figure("csv_load_pandas_peak_mb", pandasLoad.peakKb() / 1024.0);
+    figure("csv_load_peak_ratio", load.peakKb() / pyLoad.peakKb());
+    figure("csv_save_cpu_s", save.median(&Result::cpu));
+    figure("csv_save_s", save.median(&Result::wall));
+    figure("csv_save_python_cpu_s", pySave.median(&Result::cpu));
+    figure("csv_save_python_s", pySave.median(&Result::wall));
+    figure("csv_save_ratio", save.median(&Result::cpu) / pySave.median(&Result::cpu));
+    figure("csv_save_wall_ratio", save.median(&Result::wall) / pySave.median(&Result::wall));
     figure("csv_save_identical", identical ? 1 : 0);
-    return identical && load.rows == pyLoad.rows ? 0 : 1;
+    const long rows = load.runs.front().rows;
+    return identical && rows == pyLoad.runs.front().rows && rows == pandasLoad.runs.front().rows
+               ? 0
+               : 1;
 }

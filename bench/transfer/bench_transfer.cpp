@@ -9,6 +9,11 @@
 // The wall time runs from the panel's start request (the write of 1 to
 // "RF0"/"WF0", which for a write includes the companion's parameter reads)
 // until the running flag drops, watched every millisecond.
+// Each transfer runs with the fixed waits of a panel and again line-paced
+// (dcp30ctl --paced) against a simulator that also takes the requests'
+// line time (--pace-requests), where only the line floor applies.
+// write_start_block_ms: how long the runtime's call that starts a write
+// blocks, the companion's parameter reads on the line included.
 #include "driver/controllerframes.h"
 #include "host/runtime/messagecentre.h"
 #include "sim/controllerengine.h"
@@ -35,6 +40,7 @@ constexpr int Runs = 2;
 constexpr int Baud = 9600;
 constexpr int SourceProgram = 3;  // the 30-segment sample
 constexpr int TargetProgram = 12; // empty in the samples
+constexpr int PacedGuardMs = 5;   // as dcp30ctl --paced
 
 struct Run {
     bool ok = false;
@@ -108,6 +114,15 @@ double mean(const QList<Run>& runs)
     return sum / runs.size();
 }
 
+// How long the runtime's call that starts a transfer blocked.
+double meanStartCallMs(const QList<Run>& runs)
+{
+    double sum = 0;
+    for (const Run& r : runs)
+        sum += r.startCallMs;
+    return sum / runs.size();
+}
+
 void report(const char* what, const QList<Run>& runs, double fixedFloor, qint64 bytes)
 {
     const double lineFloor = bytes * 11.0 / Baud;
@@ -122,6 +137,79 @@ void report(const char* what, const QList<Run>& runs, double fixedFloor, qint64 
                 static_cast<long long>(bytes), wall / lineFloor);
 }
 
+// dcp30-sim at the bench's baud rate on a pseudo-terminal of its own.
+struct Simulator {
+    QProcess process;
+    QString device;
+
+    bool start(const QStringList& extra)
+    {
+        process.setProgram(QCoreApplication::applicationDirPath() +
+                           QStringLiteral("/../bin/dcp30-sim"));
+        process.setArguments(QStringList{QStringLiteral("--exit-on-stdin-eof"),
+                                         QStringLiteral("--baud"), QString::number(Baud)} +
+                             extra);
+        process.start();
+        if (!process.waitForStarted(5000)) {
+            std::fprintf(stderr, "bench_transfer: cannot start %s\n",
+                         qPrintable(process.program()));
+            return false;
+        }
+        while (!process.canReadLine() && process.waitForReadyRead(5000)) {
+        }
+        device = QString::fromLocal8Bit(process.readLine())
+                     .trimmed()
+                     .section(QStringLiteral("listening on "), 1);
+        return !device.isEmpty();
+    }
+    ~Simulator()
+    {
+        process.closeWriteChannel();
+        if (process.state() != QProcess::NotRunning && !process.waitForFinished(5000)) {
+            process.kill();
+            process.waitForFinished(5000);
+        }
+    }
+};
+
+struct Transfers {
+    QList<Run> reads;
+    QList<Run> writes;
+};
+
+// Reads and writes through a fresh plug-in session on the simulator's
+// device; pacedGuardMs < 0 keeps the fixed waits.
+bool transfers(const QString& device, const QString& usb, int pacedGuardMs, Transfers* out)
+{
+    PluginSessionOptions options;
+    options.portName = device;
+    options.usbDirectory = usb;
+    options.pacedGuardMs = pacedGuardMs;
+    PluginSession session(options);
+    QString error;
+    if (!session.openPort(&error) || !session.load(&error)) {
+        std::fprintf(stderr, "bench_transfer: %s\n", qPrintable(error));
+        return false;
+    }
+    bool ok = true;
+    for (int i = 0; i < Runs && ok; ++i) {
+        out->reads << transfer(session, true, SourceProgram);
+        ok = out->reads.last().ok;
+    }
+    const QString source = usb + QStringLiteral("/PROG_%1.txt").arg(SourceProgram);
+    const QString target = usb + QStringLiteral("/PROG_%1.txt").arg(TargetProgram);
+    QFile::remove(target);
+    ok = ok && QFile::copy(source, target);
+    for (int i = 0; i < Runs && ok; ++i) {
+        out->writes << transfer(session, false, TargetProgram);
+        ok = out->writes.last().ok;
+    }
+    if (!ok)
+        std::fprintf(stderr, "bench_transfer: a transfer failed: %s\n",
+                     qPrintable(session.messageCentre().texts().join(QLatin1Char(' '))));
+    return ok;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -133,71 +221,36 @@ int main(int argc, char** argv)
     QTemporaryDir dir;
     const QString usb = dir.filePath(QStringLiteral("usb"));
     QDir().mkpath(usb);
-    QProcess sim;
-    sim.setProgram(QCoreApplication::applicationDirPath() + QStringLiteral("/../bin/dcp30-sim"));
-    sim.setArguments(
-        {QStringLiteral("--exit-on-stdin-eof"), QStringLiteral("--baud"), QString::number(Baud)});
-    sim.start();
-    if (!sim.waitForStarted(5000)) {
-        std::fprintf(stderr, "bench_transfer: cannot start %s\n", qPrintable(sim.program()));
-        return 1;
+    const double readFloor = 0.6 + Segments * 0.35;
+    const double writeFloor = 0.6 + Segments * 0.30;
+    const qint64 readBytes = lineBytes(true);
+    const qint64 writeBytes = lineBytes(false);
+    const double readLine = readBytes * 11.0 / Baud;
+    const double writeLine = writeBytes * 11.0 / Baud;
+    Transfers fixed;
+    Transfers paced;
+    // Paced, nothing but the line holds a transfer back, so the simulator
+    // also makes each request take its time on the line.
+    Simulator fixedSim;
+    Simulator pacedSim;
+    const bool ok = fixedSim.start({}) && transfers(fixedSim.device, usb, -1, &fixed) &&
+                    pacedSim.start({QStringLiteral("--pace-requests")}) &&
+                    transfers(pacedSim.device, usb, PacedGuardMs, &paced);
+    if (ok) {
+        std::printf("fixed waits (as on a panel)\n");
+        report("read", fixed.reads, readFloor, readBytes);
+        report("write", fixed.writes, writeFloor, writeBytes);
+        std::printf("line-paced, guard gap %d ms\n", PacedGuardMs);
+        report("read", paced.reads, readFloor, readBytes);
+        report("write", paced.writes, writeFloor, writeBytes);
+        std::printf("figure transfer_read_floor_ratio %.4f\n", mean(fixed.reads) / readFloor);
+        std::printf("figure transfer_write_floor_ratio %.4f\n", mean(fixed.writes) / writeFloor);
+        std::printf("figure transfer_read_line_ratio %.4f\n", mean(fixed.reads) / readLine);
+        std::printf("figure transfer_write_line_ratio %.4f\n", mean(fixed.writes) / writeLine);
+        std::printf("figure transfer_paced_read_line_ratio %.4f\n", mean(paced.reads) / readLine);
+        std::printf("figure transfer_paced_write_line_ratio %.4f\n",
+                    mean(paced.writes) / writeLine);
+        std::printf("figure write_start_block_ms %.1f\n", meanStartCallMs(fixed.writes));
     }
-    while (!sim.canReadLine() && sim.waitForReadyRead(5000)) {
-    }
-    const QString device = QString::fromLocal8Bit(sim.readLine())
-                               .trimmed()
-                               .section(QStringLiteral("listening on "), 1);
-
-    int status = 0;
-    {
-        PluginSessionOptions options;
-        options.portName = device;
-        options.usbDirectory = usb;
-        PluginSession session(options);
-        QString error;
-        if (!session.openPort(&error) || !session.load(&error)) {
-            std::fprintf(stderr, "bench_transfer: %s\n", qPrintable(error));
-            status = 1;
-        } else {
-            QList<Run> reads;
-            QList<Run> writes;
-            for (int i = 0; i < Runs && status == 0; ++i) {
-                reads << transfer(session, true, SourceProgram);
-                if (!reads.last().ok)
-                    status = 1;
-            }
-            const QString source = usb + QStringLiteral("/PROG_%1.txt").arg(SourceProgram);
-            const QString target = usb + QStringLiteral("/PROG_%1.txt").arg(TargetProgram);
-            if (status == 0 && !QFile::copy(source, target))
-                status = 1;
-            for (int i = 0; i < Runs && status == 0; ++i) {
-                writes << transfer(session, false, TargetProgram);
-                if (!writes.last().ok)
-                    status = 1;
-            }
-            if (status != 0) {
-                std::fprintf(stderr, "bench_transfer: a transfer failed: %s\n",
-                             qPrintable(session.messageCentre().texts().join(QLatin1Char(' '))));
-            } else {
-                const double readFloor = 0.6 + Segments * 0.35;
-                const double writeFloor = 0.6 + Segments * 0.30;
-                const qint64 readBytes = lineBytes(true);
-                const qint64 writeBytes = lineBytes(false);
-                report("read", reads, readFloor, readBytes);
-                report("write", writes, writeFloor, writeBytes);
-                std::printf("figure transfer_read_floor_ratio %.4f\n", mean(reads) / readFloor);
-                std::printf("figure transfer_write_floor_ratio %.4f\n", mean(writes) / writeFloor);
-                std::printf("figure transfer_read_line_ratio %.4f\n",
-                            mean(reads) / (readBytes * 11.0 / Baud));
-                std::printf("figure transfer_write_line_ratio %.4f\n",
-                            mean(writes) / (writeBytes * 11.0 / Baud));
-            }
-        }
-    }
-    sim.closeWriteChannel();
-    if (!sim.waitForFinished(5000)) {
-        sim.kill();
-        sim.waitForFinished(5000);
-    }
-    return status;
+    return ok ? 0 : 1;
 }

@@ -3,6 +3,7 @@
 #include "common/devicesetting.h"
 #include "common/driversetting.h"
 #include "driver/abstractdeviceinterface.h"
+#include "host/serial/portoptions.h"
 
 #include <QElapsedTimer>
 #include <QThread>
@@ -89,7 +90,10 @@ QByteArray Sdc35Companion::exchange(AbstractDeviceInterface* device, const QByte
     QElapsedTimer clock;
     clock.start();
     for (;;) {
-        QThread::msleep(PollMs);
+        // Woken by the reply's bytes where the port can wait; polled where not.
+        const qint64 left = qMax<qint64>(0, ReplyTimeoutMs - clock.elapsed());
+        if (!device->setOption(HostPortOptions::WaitForInput, QVariant(int(left))))
+            QThread::msleep(PollMs);
         const int n = device->readBytes(buffer, int(sizeof buffer));
         if (n > 0)
             reply.append(buffer, n);

@@ -24,7 +24,8 @@ class Sdc35Companion : public QObject, public DriverInterface
 public:
     // Longest request in words; more is refused without asking the line.
     static constexpr int MaxWords = 64;
-    // How long a reply may take to arrive completely, and the polling step.
+    // How long a reply may take to arrive completely, and the polling step
+    // on a port that cannot wait for input.
     static constexpr int ReplyTimeoutMs = 500;
     static constexpr int PollMs = 10;
 

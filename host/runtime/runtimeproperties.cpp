@@ -44,4 +44,9 @@ void setCompanionLibrary(const QString& path)
     setApplicationProperty("DCP30CompanionLibrary", path.isEmpty() ? QVariant() : QVariant(path));
 }
 
+void setLinePacing(int guardMs)
+{
+    setApplicationProperty("DCP30LinePacing", guardMs < 0 ? QVariant() : QVariant(guardMs));
+}
+
 } // namespace RuntimeProperties

@@ -20,6 +20,10 @@ void setPanelEnvironment(bool present);
 // "DCP30CompanionLibrary": where the DCP30 driver loads its companion from
 // instead of the panel's install path.
 void setCompanionLibrary(const QString& path);
+// "DCP30LinePacing": the DCP30 driver reads each reply as soon as it is
+// complete and keeps guardMs of quiet line before the next command; a
+// negative value removes the property (the fixed waits of a panel).
+void setLinePacing(int guardMs);
 
 } // namespace RuntimeProperties
 

@@ -1,5 +1,7 @@
 #include "host/serial/serialportdevice.h"
 
+#include "host/serial/portoptions.h"
+
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QLoggingCategory>
@@ -185,10 +187,13 @@ void SerialPortDevice::onReadyRead()
     // line has delivered without waiting on this thread.
     const QByteArray data = port->readAll();
     qCDebug(lcSerialWire) << name << "received" << data;
-    std::lock_guard<std::mutex> lock(mutex);
-    inbox += data;
-    if (inbox.size() > InboxLimit)
-        inbox.remove(0, inbox.size() - InboxLimit);
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        inbox += data;
+        if (inbox.size() > InboxLimit)
+            inbox.remove(0, inbox.size() - InboxLimit);
+    }
+    inputArrived.notify_all();
 }
 
 bool SerialPortDevice::setSettings(const QString& text)
@@ -325,6 +330,12 @@ int SerialPortDevice::writeBytes(const char* data, int length)
 
 bool SerialPortDevice::setOption(int code, const QVariant& value)
 {
+    if (code == HostPortOptions::WaitForInput) {
+        std::unique_lock<std::mutex> lock(mutex);
+        inputArrived.wait_for(lock, std::chrono::milliseconds(qMax(0, value.toInt())),
+                              [this] { return !inbox.isEmpty(); });
+        return true;
+    }
     if (code != OptionPrepareCommand || value.toInt() != 0)
         return false;
     inIoThread([this] {

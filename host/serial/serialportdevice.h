@@ -8,6 +8,7 @@
 #include <QStringList>
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -59,8 +60,10 @@ public:
     // port is closed or the write fails.
     int writeBytes(const char* data, int length) override;
     // OptionPrepareCommand (value 0) drops all input not read so far, both
-    // what the inbox holds and what waits in the driver. Other options are
-    // not supported: false.
+    // what the inbox holds and what waits in the driver.
+    // HostPortOptions::WaitForInput blocks the caller (never the I/O thread)
+    // until the inbox holds bytes or the time is up. Other options are not
+    // supported: false.
     bool setOption(int code, const QVariant& value) override;
     int retryCount() override { return retries; }
 
@@ -80,6 +83,7 @@ private:
     std::atomic<int> retries;
 
     mutable std::mutex mutex; // guards everything below
+    std::condition_variable inputArrived;
     QByteArray inbox;
     SerialSettings lineSettings;
     QString error;

@@ -1,6 +1,7 @@
 // The loader outside the GUI thread, as the program-file worker uses it.
 
 #include "csv/kcsvloader.h"
+#include "csv/kcsvtextreader.h"
 #include "tests/csv_common/csvtestsupport.h"
 
 #include <QtTest>
@@ -86,6 +87,64 @@ private slots:
         QTEST(int(loader.status()), "status");
         QTEST(loader.fileContent(), "rows");
         QCOMPARE(loader.delimiter(), QStringLiteral("\t"));
+    }
+
+    // The file is read in chunks; with chunks of every size from one
+    // character up, a boundary falls at every position of the text, so a
+    // cell, a line end or a character split between two chunks must load as
+    // if read whole. UTF-8 goes through the stream rather than the copy.
+    void chunkBoundaries_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<Table>("rows");
+        QTest::addColumn<int>("lines");
+        const QString smile = QString::fromUtf8("\xF0\x9F\x98\x80");
+        const QString quoted = "h1\th2\n\"a\tb\n\"\"c\"\"\"\td\n";
+        const Table quotedRows{{"h1", "h2"}, {"a\tb\n\"c\"", "d"}};
+        QTest::newRow("quoted cell") << csvtest::utf16le(quoted) << quotedRows << 3;
+        QTest::newRow("quoted cell, UTF-8") << "\xEF\xBB\xBF" + quoted.toUtf8() << quotedRows << 3;
+        QTest::newRow("CR LF") << csvtest::utf16le("h1\th2\r\n1\t2\r\n\r\n3\t4\r")
+                               << Table{{"h1", "h2"}, {"1", "2"}, {"3", "4"}} << 4;
+        QTest::newRow("surrogate pairs")
+            << csvtest::utf16le("h1\th2\n" + smile + "\t\"" + smile + "\t" + smile + "\"\n")
+            << Table{{"h1", "h2"}, {smile, smile + "\t" + smile}} << 2;
+    }
+    void chunkBoundaries()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(Table, rows);
+        QFETCH(int, lines);
+        const QString path = csvtest::writeFile(m_dir, bytes);
+        const int defaultChunk = kcsv::loadChunkChars();
+        for (int chunk = 1; chunk <= bytes.size(); ++chunk) {
+            kcsv::setLoadChunkChars(chunk);
+            KCSVLoader loader(nullptr);
+            QSignalSpy progress(&loader, &KCSVInterface::updateStatus);
+            const bool ok = loader.openFile(path);
+            kcsv::setLoadChunkChars(defaultChunk);
+            QVERIFY2(ok, qPrintable(QStringLiteral("chunk %1").arg(chunk)));
+            QCOMPARE(loader.fileContent(), rows);
+            QCOMPARE(progress.first(), QVariantList({"total lines", lines}));
+            QCOMPARE(progress.last(), QVariantList({"current line", lines}));
+        }
+    }
+
+    // The padding budget grows with the whole text: a long line after the
+    // short rows lets them pass even when it has not been read yet.
+    void paddingBudgetCountsTheWholeText()
+    {
+        const QString text = QString(10000, '\t') + "\n" + QString("x\n").repeated(120);
+        const int defaultChunk = kcsv::loadChunkChars();
+        kcsv::setLoadChunkChars(4096);
+        KCSVLoader loader(nullptr);
+        const bool withTail = loader.openFile(csvtest::textFile(m_dir, text + QString(50000, 'y')));
+        const int warnings = loader.warningMessageList().size();
+        const bool withoutTail = loader.openFile(csvtest::textFile(m_dir, text + "x\nx\nx\n"));
+        kcsv::setLoadChunkChars(defaultChunk);
+        QVERIFY(withTail);
+        QCOMPARE(warnings, 121);
+        QVERIFY(!withoutTail);
+        QCOMPARE(loader.errorMessageList(), QStringList{"Format error at line 123"});
     }
 
     // The header check's quote handling, and the detection it falls back on:

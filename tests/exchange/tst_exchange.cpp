@@ -324,6 +324,37 @@ private slots:
         QCOMPARE(fileBytes(rig.usbFile("WRITE_PROG_1_ERROR.txt")),
                  log.isEmpty() ? "<missing>" : "Program 1:\n" + log.join('\n').toUtf8());
     }
+
+    // Line-paced, a reply is read as it arrives until its frame is complete
+    // (here after three empty reads); one that never completes is read to the
+    // wait's end and judged as without pacing.
+    void pacedReplies()
+    {
+        using Outcome = FileAccessor::ExchangeOutcome;
+        using ControllerFrames::Command;
+        RuntimeProperties::setLinePacing(0);
+        WorkflowRig paced;
+        RuntimeProperties::setLinePacing(-1);
+        WorkflowRig fixed;
+        const QByteArray cut("\x02"
+                             "0100X5");
+        for (WorkflowRig* rig : {&paced, &fixed}) {
+            rig->worker().initRWCommand();
+            rig->port.addAnswer("0100XFO", Answer::withReply(ScriptedPort::framed("0100X00"), 3));
+            rig->port.addAnswer("0100XFC", Answer::withReply(cut));
+        }
+        QCOMPARE(paced.worker().exchange(Command::OpenRead, 1).outcome, Outcome::Accepted);
+        QCOMPARE(paced.port.trace().mid(2), QVector<QString>(4, "read 16").toList());
+        QCOMPARE(fixed.worker().exchange(Command::OpenRead, 1).outcome, Outcome::HeaderFailure);
+
+        const int before = paced.port.trace().size();
+        QCOMPARE(paced.worker().exchange(Command::Close, 1).outcome, Outcome::ControllerError);
+        QCOMPARE(fixed.worker().exchange(Command::Close, 1).outcome, Outcome::ControllerError);
+        const QStringList reads = paced.port.trace().mid(before + 2);
+        QVERIFY(reads.size() >= 2);
+        QCOMPARE(reads.first(), "read 16");
+        QCOMPARE(reads.mid(1), QVector<QString>(reads.size() - 1, "read 9").toList());
+    }
 };
 
 QTEST_GUILESS_MAIN(ExchangeTest)

@@ -1,5 +1,6 @@
 #include <QtTest>
 
+#include "host/serial/portoptions.h"
 #include "host/serial/serialportdevice.h"
 #include "tests/e2e_support/e2eprocesses.h"
 
@@ -60,6 +61,27 @@ private slots:
         QVERIFY(second.setSettings(QStringLiteral("RS485,9600,NONE,7,1")));
         QVERIFY2(second.open(), qPrintable(second.errorString()));
         QCOMPARE(second.warnings(), QStringList{QStringLiteral("7 data bits")});
+    }
+
+    // The companion's wait: woken by the reply's first bytes long before the
+    // time is up; with nothing coming it returns empty-handed at the end.
+    void waitsForInput()
+    {
+        E2e::Simulator sim({"--baud", "0"});
+        QVERIFY(sim.started());
+        SerialPortDevice port(sim.device());
+        QVERIFY2(port.open(), qPrintable(port.errorString()));
+        char buffer[64];
+        QVERIFY(port.setOption(HostPortOptions::WaitForInput, 20));
+        QCOMPARE(port.readBytes(buffer, int(sizeof buffer)), 0);
+        const QByteArray request("\x02"
+                                 "0100XRS,3501W,1\x03\r\n");
+        QCOMPARE(port.writeBytes(request.constData(), request.size()), request.size());
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(port.setOption(HostPortOptions::WaitForInput, 20000));
+        QVERIFY(clock.elapsed() < 20000);
+        QVERIFY(port.readBytes(buffer, int(sizeof buffer)) > 0);
     }
 };
 

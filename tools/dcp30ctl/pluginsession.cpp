@@ -120,6 +120,7 @@ PluginSession::~PluginSession()
     RuntimeProperties::publishDevice(nullptr);
     RuntimeProperties::publishMessageCentre(nullptr);
     RuntimeProperties::setCompanionLibrary(QString());
+    RuntimeProperties::setLinePacing(-1);
 }
 
 QString PluginSession::defaultPluginPath()
@@ -181,6 +182,7 @@ bool PluginSession::load(QString* error)
     RuntimeProperties::publishDevice(device.get());
     RuntimeProperties::publishMessageCentre(centre.get());
     RuntimeProperties::setCompanionLibrary(companion);
+    RuntimeProperties::setLinePacing(opts.pacedGuardMs);
     RuntimeProperties::setPanelEnvironment(true);
     driverObject = create();
     if (!driverObject) {

@@ -31,6 +31,9 @@ struct PluginSessionOptions {
     QString sdDirectory;
     // Leave the message centre's own printing on (stderr, "DCP30: text").
     bool printMessages = false;
+    // Line-paced transfers with this guard gap in ms; negative: the fixed
+    // waits, as on a panel.
+    int pacedGuardMs = -1;
 };
 
 // The dcp30 plug-in hosted the way the panel runtime hosts it: the library

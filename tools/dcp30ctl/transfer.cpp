@@ -325,6 +325,9 @@ const char CommonUsage[] =
     "                      and meaning (stderr)\n"
     "  --json              one JSON object on stdout when the run ends (README,\n"
     "                      \"Machine-readable output\")\n"
+    "  --paced             line-paced transfer: the driver reads each reply as soon as\n"
+    "                      it is complete (the fixed wait stays the limit) and keeps\n"
+    "                      5 ms of quiet line before the next command\n"
     "\n"
     "Progress goes to stderr (a bar with the segment on the line, the time left and\n"
     "\"retrying\" on a terminal; \"progress P%\" and \"retrying segment S\" lines\n"
@@ -431,8 +434,9 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
     const QCommandLineOption verify(QStringLiteral("verify"));
     const QCommandLineOption trace(QStringLiteral("trace"));
     const QCommandLineOption json(QStringLiteral("json"));
+    const QCommandLineOption paced(QStringLiteral("paced"));
     parser.addOptions({port, program, segments, usb, sd, storage, retries, settings, clamp, pollMs,
-                       timeout, plugin, companion, verbose, trace, json});
+                       timeout, plugin, companion, verbose, trace, json, paced});
     if (direction == TransferDirection::Write)
         parser.addOptions({force, verify});
     if (!parser.parse(QStringList{QStringLiteral("dcp30ctl")} + args)) {
@@ -475,6 +479,8 @@ int parseTransferArguments(TransferDirection direction, const QStringList& args,
     r.verify = direction == TransferDirection::Write && parser.isSet(verify);
     r.trace = parser.isSet(trace);
     r.json = parser.isSet(json);
+    // About four character times at 9600 baud.
+    r.session.pacedGuardMs = parser.isSet(paced) ? 5 : -1;
     // The panel clamps what a screen writes; a person typing a number more
     // likely mistyped it, and a write into the wrong program overwrites it.
     auto ranged = [&](const QCommandLineOption& option, const char* what, int max,
