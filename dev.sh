@@ -12,8 +12,7 @@ PACKAGES=(build-essential cmake ccache pkg-config python3 fonts-dejavu-core
           qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite
           libqt5serialport5-dev libqt5svg5-dev
           clang-14 libclang-rt-14-dev
-          help2man)
-          python3-pandas)
+          help2man python3-pandas)
 
 # What `cross-test` adds: Debian's cross compiler for 32-bit ARM hard-float
 # and user-mode qemu to run its programs.
