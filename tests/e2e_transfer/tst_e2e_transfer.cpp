@@ -3,6 +3,10 @@
 // own store, which the simulator saves when it exits.
 #include <QtTest>
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
 #include "../driver_core/tsanoptions.h"
 #include "../e2e_support/e2eprocesses.h"
 #include "sim/programstore.h"
@@ -106,6 +110,54 @@ private slots:
         QCOMPARE(run.err, QStringLiteral("dcp30ctl read: segment count 31 is out of range 1..30 "
                                          "(--clamp takes 30, as a panel would)\n"
                                          "(see 'dcp30ctl read --help')\n"));
+    }
+
+    // --json: one document per run, parsed back; the failing segment carries
+    // its own messages. The write takes any file (staged as PROG_N.txt) and
+    // counts its segment rows itself.
+    void jsonReports()
+    {
+        QTemporaryDir dir;
+        Simulator sim(FastLine + QStringList{"--fault", "status=52:FR:2"});
+        QVERIFY(sim.started());
+        auto segmentMessages = [](const QJsonObject& report, int segment) {
+            const QJsonObject entry = report["segments"].toArray().at(segment - 1).toObject();
+            return entry["segment"].toInt() == segment ? entry["messages"].toArray().toVariantList()
+                                                       : QVariantList{"<no entry>"};
+        };
+
+        const ToolRun read =
+            runTool(transferArgs("read", sim.device(), 3, 3, dir.path()) << "--json", FastWaits);
+        const QJsonObject readReport = QJsonDocument::fromJson(read.out.toUtf8()).object();
+        QVERIFY2(read.ok(1) && readReport["exitStatus"].toInt() == 1 &&
+                     readReport["errorFlag"].toBool(),
+                 qPrintable(read.describe()));
+        QCOMPARE(segmentMessages(readReport, 1), QVariantList());
+        QCOMPARE(segmentMessages(readReport, 2),
+                 QVariantList{"Seg2:Program number or segment number is in error. No program in "
+                              "the segment."});
+
+        // Row 2's SP1 beyond the limits, in a file of any name.
+        const QByteArray original = expectedProgramFile(ProgramStore::samples(), 3, {1, 2, 3});
+        const QString text = QString::fromUtf16(
+            reinterpret_cast<const char16_t*>(original.constData() + 2), (original.size() - 2) / 2);
+        QStringList lines = text.split('\n');
+        QStringList cells = lines[2].split('\t');
+        cells[1] = "99999";
+        lines[2] = cells.join('\t');
+        const QString source = dir.filePath("cold box.txt");
+        QVERIFY(writeFile(source, utf16File(lines.join('\n'))));
+        const ToolRun write = runTool({"write", "--port", sim.device(), "--program", "5", source,
+                                       "--force", "--json", "--poll-ms", "20"},
+                                      FastWaits);
+        const QJsonObject writeReport = QJsonDocument::fromJson(write.out.toUtf8()).object();
+        QVERIFY2(write.ok(1) && writeReport["segmentCount"].toInt() == 3 &&
+                     writeReport["file"].toString() == source,
+                 qPrintable(write.describe()));
+        QCOMPARE(segmentMessages(writeReport, 2),
+                 (QVariantList{"Segment 2 has following format error :",
+                               "SP1 [99999] is out of range (-1999 ~ 9999)."}));
+        QCOMPARE(segmentMessages(writeReport, 3), QVariantList());
     }
 };
 
