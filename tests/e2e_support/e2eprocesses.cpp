@@ -34,9 +34,14 @@ static void startProgram(QProcess& process, const QString& program, const QStrin
 }
 
 // Shortened waits leave little slack for two emulated processes: under
-// emulation they are three times as long, at most the real waits.
+// emulation they are three times as long, at most the real waits. Sanitizer
+// builds run the tool and the simulator at a fraction of their speed: twice
+// as long there.
 static int waitPercentHere(int waitPercent)
 {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    waitPercent = qMin(100, waitPercent * 2);
+#endif
     constexpr int EmulatedWaitFactor = 3;
     if (waitPercent <= 0 || qEnvironmentVariableIsEmpty("DCP_EMULATOR"))
         return waitPercent;

@@ -332,10 +332,11 @@ private slots:
     {
         using Outcome = FileAccessor::ExchangeOutcome;
         using ControllerFrames::Command;
+        // Waits of 60 ms leave the paced reads their time in any build.
         RuntimeProperties::setLinePacing(0);
-        WorkflowRig paced;
+        WorkflowRig paced(20);
         RuntimeProperties::setLinePacing(-1);
-        WorkflowRig fixed;
+        WorkflowRig fixed(20);
         const QByteArray cut("\x02"
                              "0100X5");
         for (WorkflowRig* rig : {&paced, &fixed}) {

@@ -77,14 +77,16 @@ inline QByteArray fileBytes(const QString& path)
 class WorkflowRig
 {
 public:
-    WorkflowRig()
+    // waitPercent: the worker's waits, in percent of the real ones.
+    explicit WorkflowRig(int waitPercent = 1)
     {
         for (const QString& dir : {usb, sd})
             QDir().mkpath(dir);
         device.setMountDirectory(DeviceObject::UsbStick, usb);
         device.setMountDirectory(DeviceObject::SdCard, sd);
         RuntimeProperties::publishDevice(&device);
-        qputenv("DCP30_WAIT_PERCENT", "1"); // read once, when the worker is made
+        // Read once, when the worker is made.
+        qputenv("DCP30_WAIT_PERCENT", QByteArray::number(waitPercent));
         accessor = std::make_unique<FileAccessor>();
         qunsetenv("DCP30_WAIT_PERCENT");
         accessor->setInterface(&port);
