@@ -250,14 +250,8 @@ private slots:
                                              "0100XFC,5"}));
 
         // Row 2's SP1 beyond the limits.
-        QByteArray faulty = readFile(dir.filePath("PROG_5.txt"));
-        const QString text = QString::fromUtf16(
-            reinterpret_cast<const char16_t*>(faulty.constData() + 2), (faulty.size() - 2) / 2);
-        QStringList lines = text.split('\n');
-        QStringList cells = lines[2].split('\t');
-        cells[1] = "99999";
-        lines[2] = cells.join('\t');
-        QVERIFY(writeFile(dir.filePath("PROG_6.txt"), utf16File(lines.join('\n'))));
+        QVERIFY(writeFile(dir.filePath("PROG_6.txt"),
+                          withCell(readFile(dir.filePath("PROG_5.txt")), 2, 1, "99999")));
         run = runTool(inMode(transferArgs("write", sim.device(), 6, 3, dir.path())), 30);
         QVERIFY2(run.ok(1) && run.err.contains("program 6 not written") &&
                      run.err.contains("SP1 [99999] is out of range"),

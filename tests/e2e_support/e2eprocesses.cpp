@@ -177,6 +177,19 @@ QList<int> segmentRange(int count)
     return segments;
 }
 
+QByteArray withCell(const QByteArray& file, int line, int cell, const QString& value)
+{
+    const QString text = QString::fromUtf16(reinterpret_cast<const char16_t*>(file.constData() + 2),
+                                            (file.size() - 2) / 2);
+    QStringList lines = text.split(QLatin1Char('\n'));
+    QStringList cells = lines.value(line).split(QLatin1Char('\t'));
+    if (line < lines.size() && cell < cells.size()) {
+        cells[cell] = value;
+        lines[line] = cells.join(QLatin1Char('\t'));
+    }
+    return utf16File(lines.join(QLatin1Char('\n')));
+}
+
 QByteArray readFile(const QString& path)
 {
     QFile file(path);

@@ -64,6 +64,9 @@ QByteArray utf16File(const QString& text);
 // refused: its label, "----" in every other cell.
 QByteArray expectedProgramFile(const ProgramStore& store, int program, const QList<int>& segments);
 QList<int> segmentRange(int count); // 1..count
+// A program file (UTF-16LE with its mark) with one cell replaced: line
+// `line` (0: the header), cell `cell` (0: the label).
+QByteArray withCell(const QByteArray& file, int line, int cell, const QString& value);
 
 QByteArray readFile(const QString& path);
 bool writeFile(const QString& path, const QByteArray& bytes);

@@ -138,15 +138,10 @@ private slots:
                               "the segment."});
 
         // Row 2's SP1 beyond the limits, in a file of any name.
-        const QByteArray original = expectedProgramFile(ProgramStore::samples(), 3, {1, 2, 3});
-        const QString text = QString::fromUtf16(
-            reinterpret_cast<const char16_t*>(original.constData() + 2), (original.size() - 2) / 2);
-        QStringList lines = text.split('\n');
-        QStringList cells = lines[2].split('\t');
-        cells[1] = "99999";
-        lines[2] = cells.join('\t');
         const QString source = dir.filePath("cold box.txt");
-        QVERIFY(writeFile(source, utf16File(lines.join('\n'))));
+        QVERIFY(
+            writeFile(source, withCell(expectedProgramFile(ProgramStore::samples(), 3, {1, 2, 3}),
+                                       2, 1, "99999")));
         const ToolRun write = runTool({"write", "--port", sim.device(), "--program", "5", source,
                                        "--force", "--json", "--poll-ms", "20"},
                                       FastWaits);
