@@ -13,6 +13,7 @@
 #include <QtTest>
 
 #include <QDir>
+#include <QPointer>
 #include <QThread>
 
 #include <memory>
@@ -375,10 +376,12 @@ private slots:
             },
             Qt::QueuedConnection));
         QTRY_COMPARE(state->loadRelaxed(), 1);
+        const QPointer<FileAccessor> worker(accessor);
         driver.reset();
         QCOMPARE(state->loadRelaxed(), 1); // returned while the worker was still stuck
+        QTRY_COMPARE_WITH_TIMEOUT(state->loadRelaxed(), 2, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(worker.isNull(), 10000);
         QTRY_VERIFY_WITH_TIMEOUT(threadCount() <= before, 10000);
-        QCOMPARE(state->loadRelaxed(), 2);
     }
 
 private:
