@@ -33,7 +33,7 @@ constexpr int Segments = 5;
 constexpr int WaitPercent = 10;
 // The fault-free repeats judge the controller's state, not the pace: a
 // longer wait keeps a busy machine from passing for a lost reply.
-constexpr int CleanWaitPercent = 30;
+constexpr int CleanWaitPercent = 50;
 constexpr int ReadProgram = 3;
 constexpr int WriteProgram = 7;
 
