@@ -88,10 +88,12 @@ struct ReplyHandlingFuzz {
         QStringList errors;
         const bool done = w.readFile(program, segment, datas, errors);
         if (done) {
-            require(datas.size() == 1 && isRowOf(datas.first(), segment));
-            require(errors.isEmpty() ||
-                    (errors.size() == 1 &&
-                     errors.first().startsWith(QStringLiteral("Seg%1:").arg(segment))));
+            // A row of this segment, or a refusal: no row (the workflow marks
+            // its place) and the controller's line.
+            const bool refused = datas.isEmpty() && errors.size() == 1 &&
+                                 errors.first().startsWith(QStringLiteral("Seg%1:").arg(segment));
+            require(refused || (datas.size() == 1 && isRowOf(datas.first(), segment) &&
+                                errors.isEmpty()));
         } else {
             require(datas.isEmpty() && errors.size() == 1);
             require(errors.first().startsWith(
