@@ -1,6 +1,7 @@
 #include "csv/kcsvloader.h"
 
 #include "common/durablefile.h"
+#include "csv/kcsvcellpool.h"
 #include "csv/kcsvtextreader.h"
 
 #include <QApplication>
@@ -67,27 +68,6 @@ void appendCell(QString& out, const QString& cell, const QString& delimiter)
     out.append(p + from, n - from);
     out.append(QLatin1Char('"'));
 }
-
-// One-character ASCII cells (flags, single digits) are very common in program
-// tables; sharing one string per character saves an allocation per cell.
-class SmallCells
-{
-public:
-    SmallCells()
-    {
-        for (ushort c = 0; c < 128; ++c)
-            m_cells[c] = QString(QChar(c));
-    }
-    QString make(const QChar* p, int n) const
-    {
-        if (n == 1 && p->unicode() < 128)
-            return m_cells[p->unicode()];
-        return QString(p, n); // an empty piece gives the shared empty string
-    }
-
-private:
-    QString m_cells[128];
-};
 
 struct Span {
     int begin = 0;
@@ -549,7 +529,7 @@ void KCSVLoader::loadText(kcsv::TextSource& source, QStringList& errors, QString
         return padding > budget(textChars);
     };
 
-    static const SmallCells smallCells;
+    kcsv::CellPool cellPool;
     const QString currentLine = QStringLiteral("current line");
     QString scratch;
 
@@ -565,7 +545,7 @@ void KCSVLoader::loadText(kcsv::TextSource& source, QStringList& errors, QString
         Span piece;
         while (pieces.next(&piece)) {
             if (piece.size() == 0 || line.at(piece.begin) != QLatin1Char('"')) {
-                row.append(smallCells.make(line.data() + piece.begin, piece.size()));
+                row.append(cellPool.make(row.size(), line.data() + piece.begin, piece.size()));
                 continue;
             }
             QuotedCell cell(scratch);

@@ -1,0 +1,63 @@
+#include "csv/kcsvcellpool.h"
+
+namespace kcsv
+{
+
+namespace
+{
+
+// Up to eight Latin-1 characters other than NUL, packed one per byte: no two
+// such strings share a key, and no key is 0.
+constexpr int MaxPooledChars = 8;
+constexpr int SlotBits = 14;
+constexpr int WindowLookups = 1024;
+
+bool packKey(const QChar* p, int n, quint64* key)
+{
+    if (n <= 0 || n > MaxPooledChars)
+        return false;
+    quint64 packed = 0;
+    for (int k = 0; k < n; ++k) {
+        const ushort c = p[k].unicode();
+        if (c == 0 || c > 0xFF)
+            return false;
+        packed |= quint64(c) << (8 * k);
+    }
+    *key = packed;
+    return true;
+}
+
+} // namespace
+
+CellPool::CellPool() : m_slots(new Slot[size_t(1) << SlotBits]) {}
+
+CellPool::~CellPool() = default;
+
+QString CellPool::make(int columnIndex, const QChar* p, int n)
+{
+    quint64 key = 0;
+    if (!packKey(p, n, &key))
+        return QString(p, n); // an empty piece gives the shared empty string
+    // A direct-mapped cache: a value seen recently is likely still there.
+    Slot& slot = m_slots[(key * 0x9E3779B97F4A7C15ull) >> (64 - SlotBits)];
+    // Columns past the tracked ones are judged together: a row of a million
+    // cells must not cost a million entries.
+    Column& column = m_columns[size_t(qBound(0, columnIndex, TrackedColumns - 1))];
+    if (++column.lookups == WindowLookups) {
+        column.admits = column.hits * 4 >= WindowLookups;
+        column.lookups = column.hits = 0;
+    }
+    if (slot.key == key) {
+        ++column.hits;
+        return slot.text;
+    }
+    // Values of a column that seldom repeats (serial numbers, measurements)
+    // would only push out those of columns that do.
+    if (!column.admits)
+        return QString(p, n);
+    slot.key = key;
+    slot.text = QString(p, n);
+    return slot.text;
+}
+
+} // namespace kcsv
