@@ -39,6 +39,14 @@ int countChar(const QChar* p, int n, QChar c)
     return count;
 }
 
+// QList has no moving append: appending a copy and dropping the original
+// costs two atomic reference count changes per cell, a null string none.
+void appendMoved(QStringList& row, QString&& cell)
+{
+    row.append(QString());
+    row.last().swap(cell);
+}
+
 struct Span {
     int begin = 0;
     int end = 0;
@@ -492,7 +500,8 @@ void KCSVLoader::loadText(kcsv::TextSource& source, QStringList& errors, QString
         Span piece;
         while (pieces.next(&piece)) {
             if (piece.size() == 0 || line.at(piece.begin) != QLatin1Char('"')) {
-                row.append(cellPool.make(row.size(), line.data() + piece.begin, piece.size()));
+                appendMoved(row,
+                            cellPool.make(row.size(), line.data() + piece.begin, piece.size()));
                 continue;
             }
             QuotedCell cell(scratch);
@@ -514,7 +523,7 @@ void KCSVLoader::loadText(kcsv::TextSource& source, QStringList& errors, QString
                 cell.append(&lineFeed, 1);
                 cell.append(line.data() + piece.begin, piece.size());
             }
-            row.append(cell.text());
+            appendMoved(row, cell.text());
         }
 
         if (i != 0 && row.size() < width) {
