@@ -1,5 +1,7 @@
 #include "csv/kcsvcellpool.h"
 
+#include <utility>
+
 namespace kcsv
 {
 
@@ -38,8 +40,9 @@ QString CellPool::make(int columnIndex, const QChar* p, int n)
     quint64 key = 0;
     if (!packKey(p, n, &key))
         return QString(p, n); // an empty piece gives the shared empty string
-    // A direct-mapped cache: a value seen recently is likely still there.
-    Slot& slot = m_slots[(key * 0x9E3779B97F4A7C15ull) >> (64 - SlotBits)];
+    // A cache of recent values, two to a hash: a value is likelier to have
+    // stayed than in a direct-mapped one, and a lookup still reads one line.
+    Slot* const pair = &m_slots[((key * 0x9E3779B97F4A7C15ull) >> (64 - SlotBits + 1)) * 2];
     // Columns past the tracked ones are judged together: a row of a million
     // cells must not cost a million entries.
     Column& column = m_columns[size_t(qBound(0, columnIndex, TrackedColumns - 1))];
@@ -47,17 +50,20 @@ QString CellPool::make(int columnIndex, const QChar* p, int n)
         column.admits = column.hits * 4 >= WindowLookups;
         column.lookups = column.hits = 0;
     }
-    if (slot.key == key) {
+    if (pair[1].key == key)
+        std::swap(pair[0], pair[1]); // the latest use first
+    if (pair[0].key == key) {
         ++column.hits;
-        return slot.text;
+        return pair[0].text;
     }
     // Values of a column that seldom repeats (serial numbers, measurements)
     // would only push out those of columns that do.
     if (!column.admits)
         return QString(p, n);
-    slot.key = key;
-    slot.text = QString(p, n);
-    return slot.text;
+    std::swap(pair[0], pair[1]); // the one used longer ago makes way
+    pair[0].key = key;
+    pair[0].text = QString(p, n);
+    return pair[0].text;
 }
 
 } // namespace kcsv
