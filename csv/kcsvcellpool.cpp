@@ -41,7 +41,7 @@ QString CellPool::make(int columnIndex, const QChar* p, int n)
     if (!packKey(p, n, &key))
         return QString(p, n); // an empty piece gives the shared empty string
     // A cache of recent values, two to a hash: a value is likelier to have
-    // stayed than in a direct-mapped one, and a lookup still reads one line.
+    // stayed than in a direct-mapped one, and the two slots lie side by side.
     Slot* const pair = &m_slots[((key * 0x9E3779B97F4A7C15ull) >> (64 - SlotBits + 1)) * 2];
     // Columns past the tracked ones are judged together: a row of a million
     // cells must not cost a million entries.

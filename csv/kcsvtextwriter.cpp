@@ -50,28 +50,6 @@ QChar* writeCell(QChar* out, const QString& cell, bool quote)
     return out;
 }
 
-// Room the row takes at most: every cell quoted with all its characters
-// doubled.
-qint64 rowRoom(const QStringList& row, const QString& delimiter)
-{
-    qint64 room = 1 + qint64(row.size()) * (2 + delimiter.size());
-    for (const QString& cell : row)
-        room += 2 * qint64(cell.size());
-    return room;
-}
-
-QChar* writeRow(QChar* out, const QStringList& row, const QString& delimiter)
-{
-    const int cells = row.size();
-    for (int c = 0; c < cells; ++c) {
-        if (c > 0)
-            out = std::copy(delimiter.constData(), delimiter.constData() + delimiter.size(), out);
-        out = writeCell(out, row.at(c), needsQuotes(row.at(c), delimiter));
-    }
-    *out++ = QLatin1Char('\n');
-    return out;
-}
-
 // The line feeds, double quotes and delimiters in [p, end), eight
 // characters at a time: a row is long where its cells are short, so one
 // count over the row beats a loop per cell.
@@ -96,26 +74,6 @@ qint64 countSpecial(const QChar* p, const QChar* end, QChar delimiter)
     for (; p < end; ++p)
         count += *p == QLatin1Char('\n') || *p == delimiter || *p == QLatin1Char('"');
     return count;
-}
-
-// Most rows need no quotes at all: with a one-character delimiter the row
-// is copied bare, and written again cell by cell only when it holds more
-// line feeds, quotes and delimiters than its own separators.
-QChar* writeRowFast(QChar* out, const QStringList& row, const QString& delimiter)
-{
-    if (delimiter.size() != 1)
-        return writeRow(out, row, delimiter);
-    const QChar d = delimiter.at(0);
-    QChar* const start = out;
-    const int cells = row.size();
-    for (int c = 0; c < cells; ++c) {
-        const QString& cell = row.at(c);
-        out = std::copy(cell.constData(), cell.constData() + cell.size(), out);
-        *out++ = c + 1 < cells ? d : QLatin1Char('\n');
-    }
-    if (countSpecial(start, out, d) == cells)
-        return out;
-    return writeRow(start, row, delimiter);
 }
 
 class Utf16LeFileSink : public TextSink
@@ -182,6 +140,7 @@ public:
         return m_buffer.data() + m_used;
     }
     void commit(const QChar* end) { m_used = int(end - m_buffer.data()); }
+    static constexpr int ChunkChars = 1 << 16;
     bool flush()
     {
         const int used = m_used;
@@ -190,11 +149,58 @@ public:
     }
 
 private:
-    static constexpr int ChunkChars = 1 << 16;
     TextSink& m_sink;
     std::vector<QChar> m_buffer;
     int m_used = 0;
 };
+
+// The row cell by cell, each quoted as it needs.
+bool writeRow(Assembler& assembler, const QStringList& row, const QString& delimiter)
+{
+    const int cells = row.size();
+    for (int c = 0; c < cells; ++c) {
+        const QString& cell = row.at(c);
+        QChar* out = assembler.reserve(2 * qint64(cell.size()) + 2 + delimiter.size() + 1);
+        if (!out)
+            return false;
+        out = writeCell(out, cell, needsQuotes(cell, delimiter));
+        if (c + 1 < cells) {
+            out = std::copy(delimiter.constData(), delimiter.constData() + delimiter.size(), out);
+        } else {
+            *out++ = QLatin1Char('\n');
+        }
+        assembler.commit(out);
+    }
+    return true;
+}
+
+// Most rows need no quotes at all: the row is copied bare and kept when it
+// holds no more line feeds, quotes and delimiters than its own separators.
+// False when it is not kept (nothing is then committed): it needs quotes,
+// or it is too long to assemble whole.
+bool writeBareRow(Assembler& assembler, const QStringList& row, QChar delimiter, bool* failed)
+{
+    qint64 length = row.size();
+    for (const QString& cell : row)
+        length += cell.size();
+    if (length > Assembler::ChunkChars)
+        return false;
+    QChar* const start = assembler.reserve(length);
+    *failed = !start;
+    if (!start)
+        return false;
+    QChar* out = start;
+    const int cells = row.size();
+    for (int c = 0; c < cells; ++c) {
+        const QString& cell = row.at(c);
+        out = std::copy(cell.constData(), cell.constData() + cell.size(), out);
+        *out++ = c + 1 < cells ? delimiter : QLatin1Char('\n');
+    }
+    if (countSpecial(start, out, delimiter) != cells)
+        return false;
+    assembler.commit(out);
+    return true;
+}
 
 } // namespace
 
@@ -213,13 +219,15 @@ std::unique_ptr<TextSink> streamSink(QTextStream& stream)
 bool writeTable(const QList<QStringList>& rows, const QString& delimiter, TextSink& sink)
 {
     Assembler assembler(sink);
+    const bool oneChar = delimiter.size() == 1;
     for (const QStringList& row : rows) {
         if (row.isEmpty())
             continue;
-        QChar* out = assembler.reserve(rowRoom(row, delimiter));
-        if (!out)
+        bool failed = false;
+        if (oneChar && writeBareRow(assembler, row, delimiter.at(0), &failed))
+            continue;
+        if (failed || !writeRow(assembler, row, delimiter))
             return false;
-        assembler.commit(writeRowFast(out, row, delimiter));
     }
     return assembler.flush() && sink.finish();
 }

@@ -64,10 +64,11 @@ private slots:
     }
 
     // A row is copied bare and written again cell by cell only when it holds
-    // a line feed, quote or delimiter beyond its own separators. Random
-    // tables, mostly bare with such characters here and there, and one row
-    // far longer than any other, must give the quoting rule's text under
-    // each delimiter, in UTF-16LE (bytes copied) and in UTF-8 (codec).
+    // a line feed, quote or delimiter beyond its own separators, or is too
+    // long to assemble whole. Random tables, mostly bare with such
+    // characters here and there, a long bare row and a longer one, must give
+    // the quoting rule's text under each delimiter, in UTF-16LE (bytes
+    // copied) and in UTF-8 (codec).
     void quotingOfRandomTables()
     {
         const QStringList plain{"a",
@@ -90,12 +91,13 @@ private slots:
             QString text;
             for (int r = 0; r < 300; ++r) {
                 QStringList row;
-                const int cells = r == 150 ? 5000 : pick(12);
+                const bool bareRow = r == 150;
+                const int cells = bareRow ? 7000 : r == 151 ? 14000 : pick(12);
                 for (int c = 0; c < cells; ++c) {
                     QString cell;
-                    for (int n = pick(r == 150 ? 12 : 7); n > 0; --n)
-                        cell += pick(40) ? plain.at(pick(plain.size()))
-                                         : special.at(pick(special.size()));
+                    for (int n = pick(cells > 12 ? 12 : 7); n > 0; --n)
+                        cell += bareRow || pick(40) ? plain.at(pick(plain.size()))
+                                                    : special.at(pick(special.size()));
                     row << cell;
                 }
                 table << row;
