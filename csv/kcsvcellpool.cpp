@@ -40,24 +40,28 @@ QString CellPool::make(int columnIndex, const QChar* p, int n)
     quint64 key = 0;
     if (!packKey(p, n, &key))
         return QString(p, n); // an empty piece gives the shared empty string
-    // A cache of recent values, two to a hash: a value is likelier to have
-    // stayed than in a direct-mapped one, and the two slots lie side by side.
-    Slot* const pair = &m_slots[((key * 0x9E3779B97F4A7C15ull) >> (64 - SlotBits + 1)) * 2];
     // Columns past the tracked ones are judged together: a row of a million
     // cells must not cost a million entries.
     Column& column = m_columns[size_t(qBound(0, columnIndex, TrackedColumns - 1))];
+    // A column that seldom repeats (serial numbers, measurements) is only
+    // sampled: a lookup that mostly misses costs more than the copy it
+    // would save.
+    if (!column.admits && (++column.skipped & 7) != 0)
+        return QString(p, n);
     if (++column.lookups == WindowLookups) {
         column.admits = column.hits * 4 >= WindowLookups;
         column.lookups = column.hits = 0;
     }
+    // A cache of recent values, two to a hash: a value is likelier to have
+    // stayed than in a direct-mapped one, and the two slots lie side by side.
+    Slot* const pair = &m_slots[((key * 0x9E3779B97F4A7C15ull) >> (64 - SlotBits + 1)) * 2];
     if (pair[1].key == key)
         std::swap(pair[0], pair[1]); // the latest use first
     if (pair[0].key == key) {
         ++column.hits;
         return pair[0].text;
     }
-    // Values of a column that seldom repeats (serial numbers, measurements)
-    // would only push out those of columns that do.
+    // Nor do its values push out those of columns that repeat.
     if (!column.admits)
         return QString(p, n);
     std::swap(pair[0], pair[1]); // the one used longer ago makes way

@@ -34,6 +34,7 @@ private:
     struct Column {
         int lookups = 0;
         int hits = 0;
+        unsigned skipped = 0;
         bool admits = true;
     };
     static constexpr int TrackedColumns = 256;
