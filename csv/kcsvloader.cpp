@@ -1,7 +1,9 @@
 #include "csv/kcsvloader.h"
 
 #include "common/durablefile.h"
+#include "csv/kcsvcellpool.h"
 #include "csv/kcsvtextreader.h"
+#include "csv/kcsvtextwriter.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -37,57 +39,13 @@ int countChar(const QChar* p, int n, QChar c)
     return count;
 }
 
-// Appends cell as the saver writes it (see kcsv::quoteCell).
-void appendCell(QString& out, const QString& cell, const QString& delimiter)
+// QList has no moving append: appending a copy and dropping the original
+// costs two atomic reference count changes per cell, a null string none.
+void appendMoved(QStringList& row, QString&& cell)
 {
-    const QChar* p = cell.constData();
-    const int n = cell.size();
-    bool quote = false;
-    if (delimiter.size() == 1) {
-        const QChar d = delimiter.at(0);
-        for (int k = 0; k < n && !quote; ++k)
-            quote = p[k] == QLatin1Char('\n') || p[k] == d || p[k] == QLatin1Char('"');
-    } else {
-        quote = cell.contains(QLatin1Char('\n')) || cell.contains(delimiter) ||
-                cell.contains(QLatin1Char('"'));
-    }
-    if (!quote) {
-        out.append(p, n);
-        return;
-    }
-    out.append(QLatin1Char('"'));
-    int from = 0;
-    for (int k = 0; k < n; ++k) {
-        if (p[k] == QLatin1Char('"')) {
-            out.append(p + from, k + 1 - from);
-            out.append(QLatin1Char('"'));
-            from = k + 1;
-        }
-    }
-    out.append(p + from, n - from);
-    out.append(QLatin1Char('"'));
+    row.append(QString());
+    row.last().swap(cell);
 }
-
-// One-character ASCII cells (flags, single digits) are very common in program
-// tables; sharing one string per character saves an allocation per cell.
-class SmallCells
-{
-public:
-    SmallCells()
-    {
-        for (ushort c = 0; c < 128; ++c)
-            m_cells[c] = QString(QChar(c));
-    }
-    QString make(const QChar* p, int n) const
-    {
-        if (n == 1 && p->unicode() < 128)
-            return m_cells[p->unicode()];
-        return QString(p, n); // an empty piece gives the shared empty string
-    }
-
-private:
-    QString m_cells[128];
-};
 
 struct Span {
     int begin = 0;
@@ -207,13 +165,6 @@ private:
 
 namespace kcsv
 {
-
-QString quoteCell(const QString& cell, const QString& delimiter)
-{
-    QString out;
-    appendCell(out, cell, delimiter);
-    return out;
-}
 
 QString errorReport(const QStringList& errors)
 {
@@ -376,37 +327,21 @@ bool KCSVSaver::saveFile(const QList<QStringList>& datas, const QString& fileNam
         return false;
     }
 
+    // Program files take the short way: their characters are their bytes.
     QTextStream stream(&file);
-    if (m_codec)
-        stream.setCodec(m_codec);
-    stream.setGenerateByteOrderMark(m_generateByteOrderMark);
-
-    // Rows are assembled in one buffer and handed to the stream in large
-    // chunks: per-cell stream calls cost more than the encoding itself.
-    const QString delim = delimiter();
-    const int chunkChars = 1 << 16;
-    QString buffer;
-    buffer.reserve(chunkChars + 1024);
-    for (const QStringList& row : datas) {
-        const int cells = row.size();
-        for (int c = 0; c < cells; ++c) {
-            appendCell(buffer, row.at(c), delim);
-            if (c + 1 < cells)
-                buffer.append(delim);
-            else
-                buffer.append(QLatin1Char('\n'));
-        }
-        if (buffer.size() >= chunkChars) {
-            stream << QStringView(buffer);
-            buffer.resize(0);
-        }
+    std::unique_ptr<kcsv::TextSink> sink =
+        kcsv::utf16LeFileSink(file, m_codec, m_generateByteOrderMark);
+    if (!sink) {
+        if (m_codec)
+            stream.setCodec(m_codec);
+        stream.setGenerateByteOrderMark(m_generateByteOrderMark);
+        sink = kcsv::streamSink(stream);
     }
-    stream << QStringView(buffer);
-    stream.flush();
 
     // A full or removed medium shows up only while writing; a truncated
     // program file must not pass as saved.
-    const bool written = stream.status() == QTextStream::Ok && file.error() == QFileDevice::NoError;
+    const bool written =
+        kcsv::writeTable(datas, delimiter(), *sink) && file.error() == QFileDevice::NoError;
     if (!written)
         file.cancelWriting();
     if (!written || !DurableFile::commit(file)) {
@@ -549,7 +484,7 @@ void KCSVLoader::loadText(kcsv::TextSource& source, QStringList& errors, QString
         return padding > budget(textChars);
     };
 
-    static const SmallCells smallCells;
+    kcsv::CellPool cellPool;
     const QString currentLine = QStringLiteral("current line");
     QString scratch;
 
@@ -565,7 +500,8 @@ void KCSVLoader::loadText(kcsv::TextSource& source, QStringList& errors, QString
         Span piece;
         while (pieces.next(&piece)) {
             if (piece.size() == 0 || line.at(piece.begin) != QLatin1Char('"')) {
-                row.append(smallCells.make(line.data() + piece.begin, piece.size()));
+                appendMoved(row,
+                            cellPool.make(row.size(), line.data() + piece.begin, piece.size()));
                 continue;
             }
             QuotedCell cell(scratch);
@@ -587,7 +523,7 @@ void KCSVLoader::loadText(kcsv::TextSource& source, QStringList& errors, QString
                 cell.append(&lineFeed, 1);
                 cell.append(line.data() + piece.begin, piece.size());
             }
-            row.append(cell.text());
+            appendMoved(row, cell.text());
         }
 
         if (i != 0 && row.size() < width) {

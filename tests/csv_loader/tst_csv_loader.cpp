@@ -6,6 +6,8 @@
 
 #include <QtTest>
 
+#include <random>
+
 using Table = QList<QStringList>;
 
 class TestCsvLoader : public QObject
@@ -127,6 +129,40 @@ private slots:
             QCOMPARE(progress.first(), QVariantList({"total lines", lines}));
             QCOMPARE(progress.last(), QVariantList({"current line", lines}));
         }
+    }
+
+    // Equal short cells may share one string. Values that differ only in a
+    // last character, in length, in a character past Latin-1 or by a NUL,
+    // in columns that repeat a few values, never repeat, or change their
+    // habit halfway, must each load as written.
+    void repeatedShortCells()
+    {
+        const QString alphabet = QStringLiteral("0aZ:.-") + QChar(0x01) + QChar(0xFF) +
+                                 QChar(0x100) + QChar(0x65E5) + QChar(0);
+        std::mt19937 rng(7);
+        auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng); };
+        auto word = [&](int length) {
+            QString cell;
+            for (int k = 0; k < length; ++k)
+                cell += alphabet.at(pick(alphabet.size()));
+            return cell;
+        };
+        QStringList few;
+        for (int k = 0; k < 40; ++k)
+            few << word(1 + k % 10);
+        Table rows{{"few", "unique", "mixed", "prefix"}};
+        QString text = rows.first().join('\t') + '\n';
+        for (int r = 0; r < 6000; ++r) {
+            const QString stem = word(7);
+            const QStringList row{few.at(pick(few.size())), word(1 + pick(9)),
+                                  r < 3000 ? word(3) : few.at(pick(4)),
+                                  r % 2 ? stem : stem + alphabet.at(pick(alphabet.size()))};
+            rows << row;
+            text += row.join('\t') + '\n';
+        }
+        KCSVLoader loader(nullptr);
+        QVERIFY(loader.openFile(csvtest::textFile(m_dir, text)));
+        QCOMPARE(loader.fileContent(), rows);
     }
 
     // The padding budget grows with the whole text: a long line after the

@@ -6,6 +6,7 @@
 #include <QtTest>
 
 #include <csignal>
+#include <random>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -60,6 +61,62 @@ private slots:
         QVERIFY(saver.saveFile(table, path));
         QVERIFY(saver.errorMessageList().isEmpty());
         QTEST(csvtest::readFile(path), "bytes");
+    }
+
+    // A row is copied bare and written again cell by cell only when it holds
+    // a line feed, quote or delimiter beyond its own separators, or is too
+    // long to assemble whole. Random tables, mostly bare with such
+    // characters here and there, a long bare row and a longer one, must give
+    // the quoting rule's text under each delimiter, in UTF-16LE (bytes
+    // copied) and in UTF-8 (codec).
+    void quotingOfRandomTables()
+    {
+        const QStringList plain{"a",
+                                "7",
+                                " ",
+                                ":",
+                                "\r",
+                                QString(QChar(0x65E5)),
+                                QString::fromUtf8("\xF0\x9F\x98\x80")};
+        const QStringList special{"\t", ",", "\"", "\n", ";"};
+        std::mt19937 rng(11);
+        auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng); };
+        for (const QString delimiter : {"\t", ",", "\"", "\n", ";;"}) {
+            auto quoted = [&](const QString& cell) {
+                if (!cell.contains('\n') && !cell.contains('"') && !cell.contains(delimiter))
+                    return cell;
+                return '"' + QString(cell).replace('"', "\"\"") + '"';
+            };
+            Table table;
+            QString text;
+            for (int r = 0; r < 300; ++r) {
+                QStringList row;
+                const bool bareRow = r == 150;
+                const int cells = bareRow ? 7000 : r == 151 ? 14000 : pick(12);
+                for (int c = 0; c < cells; ++c) {
+                    QString cell;
+                    for (int n = pick(cells > 12 ? 12 : 7); n > 0; --n)
+                        cell += bareRow || pick(40) ? plain.at(pick(plain.size()))
+                                                    : special.at(pick(special.size()));
+                    row << cell;
+                }
+                table << row;
+                QStringList line;
+                for (const QString& cell : row)
+                    line << quoted(cell);
+                if (!row.isEmpty())
+                    text += line.join(delimiter) + '\n';
+            }
+            const QString path = m_dir.filePath(QStringLiteral("random.txt"));
+            KCSVSaver saver(nullptr);
+            saver.setDelimiter(delimiter);
+            QVERIFY(saver.saveFile(table, path));
+            QCOMPARE(csvtest::readFile(path), csvtest::utf16le(text));
+            saver.setCodec(QTextCodec::codecForName("UTF-8"));
+            saver.setGenerateByteOrderMark(false);
+            QVERIFY(saver.saveFile(table, path));
+            QCOMPARE(csvtest::readFile(path), text.toUtf8());
+        }
     }
 
     // The directory is remembered before the open is tried; each call's list

@@ -1,4 +1,4 @@
-# cmake -DPLUGIN=libdcp30.so -DNM=nm -DREADELF=readelf -P checkplugin.cmake
+# cmake -DPLUGIN=libdcp30.so -DNM=nm -DREADELF=readelf [-DSANITIZED=ON] -P checkplugin.cmake
 #
 # Fails unless the plug-in exports exactly CreateDriver and Qt's two plug-in
 # entry points, takes every symbol it needs from a library that versions its
@@ -39,7 +39,9 @@ foreach(line ${lines})
         list(APPEND unversioned ${CMAKE_MATCH_1})
     endif()
 endforeach()
-if(unversioned)
+# A sanitizer's runtime interposes on the C library and operator new by
+# unversioned names; the plain build checks what a panel gets.
+if(unversioned AND NOT SANITIZED)
     list(JOIN unversioned "\n  " shown)
     message(FATAL_ERROR "${PLUGIN} needs symbols that any library may lend:\n  ${shown}")
 endif()
