@@ -8,6 +8,7 @@
 #include "programfile.h"
 #include "subcommand.h"
 #include "tooloutput.h"
+#include "writesafety.h"
 
 #include "driver/segmentcodec.h"
 
@@ -75,15 +76,12 @@ bool readControllerParameters(const QString& portName, SegmentCodec::WriteParame
         ToolOutput::note(
             QStringLiteral("check"),
             QStringLiteral("%1 is a pseudo-terminal: going on without %2").arg(portName, warning));
-    QList<int> values;
-    bool complete = false;
-    session.runOnCommunicationThread([&] { values = session.readWriteParameters(&complete); });
-    if (!complete) {
+    QString why;
+    if (!readControllerLimits(session, &params, &why)) {
         error =
             QStringLiteral("%1: the controller did not answer the parameter reads").arg(portName);
         return false;
     }
-    params = SegmentCodec::WriteParameters::fromList(values);
     return true;
 }
 

@@ -146,9 +146,7 @@ struct ScreenOutcome {
     QString refusal; // set when the transfer could not be started
     bool timedOut = false;
     bool errorFlag = false;
-    qint64 elapsedMs = 0; // from the start request until the running flag dropped
-    QList<int> parameters;
-    bool parametersComplete = true;
+    qint64 elapsedMs = 0;  // from the start request until the running flag dropped
     int interruptedBy = 0; // the signal that stopped the screen, or 0
     int lastProgress = 0;  // the last progress value above 0 the screen saw
 };
@@ -199,18 +197,6 @@ ScreenOutcome driveScreen(PluginSession& session, const TransferRequest& request
                               .arg(request.storage);
         return outcome;
     }
-    if (request.verbose && request.direction == TransferDirection::Write) {
-        outcome.parameters = session.readWriteParameters(&outcome.parametersComplete);
-        say(QStringLiteral("controller: SP1 limits %1..%2, event kinds %3, %4, %5%6")
-                .arg(outcome.parameters.value(0))
-                .arg(outcome.parameters.value(1))
-                .arg(outcome.parameters.value(2))
-                .arg(outcome.parameters.value(3))
-                .arg(outcome.parameters.value(4))
-                .arg(outcome.parametersComplete ? QString()
-                                                : QStringLiteral(" (incomplete answers)")));
-    }
-
     const qint64 deadlineMs = qint64(request.timeoutSeconds) * 1000;
     QElapsedTimer clock;
     clock.start();
@@ -625,7 +611,15 @@ bool checkBeforeWriting(PluginSession& session, const TransferRequest& request,
                         SegmentCodec::WriteParameters* limits)
 {
     QString error;
-    if (!readControllerLimits(session, limits, &error)) {
+    const bool read = readControllerLimits(session, limits, &error);
+    if (request.verbose && read)
+        say(QStringLiteral("controller: SP1 limits %1..%2, event kinds %3, %4, %5")
+                .arg(limits->spLowLimit)
+                .arg(limits->spHighLimit)
+                .arg(limits->ev1Type)
+                .arg(limits->ev2Type)
+                .arg(limits->ev3Type));
+    if (!read) {
         if (request.force && !request.verify)
             return true; // the driver reads them again and refuses on its own
         say(prefix + error + QStringLiteral("; nothing was written"));
